@@ -1,0 +1,66 @@
+# Quick start on a fresh Debian 12 machine (as root, or with sudo):
+#   make run    installs what is missing, builds, starts tintwell
+#   make test   installs what is missing, builds, runs every test
+# Build trees live in build/ (release), build-asan/ (AddressSanitizer + UBSan).
+
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+BUILD ?= build
+CMAKE_FLAGS ?=
+
+# Debian 12 packages the build, the tests and the tools need.
+DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
+  qt6-base-dev qt6-base-dev-tools libgtest-dev libgmock-dev libbenchmark-dev \
+  dbus python3-dbus python3-gi xvfb xdotool x11-utils libxi-dev libxcb-xinput-dev libx11-dev \
+  openssl ca-certificates iproute2
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: deps configure build run test asan asan-test bench convert-bench format format-check clean
+
+deps:
+	@missing=""; \
+	for p in $(DEB_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+$(BUILD)/build.ninja:
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
+
+configure: deps $(BUILD)/build.ninja
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	./$(BUILD)/tintwell --help
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# AddressSanitizer and UndefinedBehaviorSanitizer over the whole suite but the
+# exhaustive colour walk (the release run covers that).
+asan-test:
+	$(MAKE) build BUILD=build-asan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=address,undefined -DTINTWELL_BUILD_BENCH=OFF"
+	cd build-asan && ctest --output-on-failure -j $(JOBS) -LE exhaustive
+
+bench: build
+	./$(BUILD)/bench/tintwell_bench
+
+# Throughput of `tintwell convert` over every 8-bit colour.
+convert-bench: build
+	bench/convert_throughput.sh $(BUILD)
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+format-check:
+	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+
+clean:
+	rm -rf build build-asan build-tsan

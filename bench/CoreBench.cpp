@@ -1,0 +1,75 @@
+#include <benchmark/benchmark.h>
+
+#include "color/ColorNotations.h"
+#include "telemetry/UsageRecords.h"
+
+namespace {
+
+// Numbers of every notation for one colour, walking the cube so that no result
+// is cached.
+void BM_ComputeNotations(benchmark::State& state) {
+  unsigned v = 0;
+  for (auto _ : state) {
+    v = (v + 40503u) & 0xFFFFFFu;
+    benchmark::DoNotOptimize(tw::computeNotations(v >> 16, (v >> 8) & 255, v & 255));
+  }
+}
+BENCHMARK(BM_ComputeNotations);
+
+// Numbers plus the TAB-separated line that `tintwell convert` prints.
+void BM_NotationLine(benchmark::State& state) {
+  unsigned v = 0;
+  char buffer[tw::kNotationLineMax];
+  for (auto _ : state) {
+    v = (v + 40503u) & 0xFFFFFFu;
+    benchmark::DoNotOptimize(
+        tw::formatNotationLine(tw::computeNotations(v >> 16, (v >> 8) & 255, v & 255), buffer));
+  }
+}
+BENCHMARK(BM_NotationLine);
+
+// What the panel does per colour: a shared AllColor with five QString texts.
+void BM_ConvertToAllColor(benchmark::State& state) {
+  unsigned v = 0;
+  for (auto _ : state) {
+    v = (v + 40503u) & 0xFFFFFFu;
+    benchmark::DoNotOptimize(tw::convertToAllColor(v >> 16, (v >> 8) & 255, v & 255));
+  }
+}
+BENCHMARK(BM_ConvertToAllColor);
+
+void fillRecord(tw::ColorRecord& record, int colours) {
+  record.update([&](tw::ColorRecord::Fields& f) {
+    f.session_begin = "2021/03/04 09:05:00";
+    f.session_end = "2021/03/04 09:15:00";
+    f.vender = "Vandu";
+    f.app = "TW+V";
+    f.version = "1.0.0";
+    f.counter_device = colours;
+    f.colors_screen = "[]";
+    QString list = "[";
+    for (int i = 0; i < colours; ++i) list += (i ? ",#" : "#") + tw::colorListEntry(i, i, i).mid(1);
+    f.colors_device = list + "]";
+  });
+}
+
+// Encoding a colour record whose device list holds state.range(0) colours.
+void BM_EncodeColorRecord(benchmark::State& state) {
+  tw::ColorRecord record;
+  fillRecord(record, static_cast<int>(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(record.toJson());
+}
+BENCHMARK(BM_EncodeColorRecord)->Arg(0)->Arg(10)->Arg(1000);
+
+void BM_EncodeApplicationRecord(benchmark::State& state) {
+  tw::ApplicationRecord record;
+  record.update([](tw::ApplicationRecord::Fields& f) {
+    f.session_begin = "2021/03/04 09:05:00";
+    f.PS = 12;
+    f.AI = 3;
+  });
+  for (auto _ : state) benchmark::DoNotOptimize(record.toJson());
+}
+BENCHMARK(BM_EncodeApplicationRecord);
+
+}  // namespace

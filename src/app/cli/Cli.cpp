@@ -1,0 +1,50 @@
+#include "app/cli/Cli.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "app/cli/ConvertCommand.h"
+#include "app/cli/CsvCommand.h"
+#include "common/Version.h"
+
+namespace tw {
+
+const char* usageText() {
+  return "Usage: tintwell [COMMAND] [ARGS...]\n"
+         "\n"
+         "Desktop companion for the Quilla colour pen.\n"
+         "\n"
+         "Commands:\n"
+         "  convert [R G B]      Print a colour in HEX, RGB, CMYK, HSB and Lab, TAB separated.\n"
+         "                       Without arguments, reads lines of \"R G B\" from standard input.\n"
+         "  csv [--separator S] [--headers a,b,c] [FILE]\n"
+         "                       Read a colour library table (standard input without FILE)\n"
+         "                       and print it as JSON.\n"
+         "  --help               Show this text.\n"
+         "  --version            Show the version.\n";
+}
+
+int runCli(int argc, char** argv) {
+  if (argc < 2) {
+    std::fputs("tintwell: the desktop panel is not part of this build yet; see the commands below.\n\n",
+               stderr);
+    std::fputs(usageText(), stderr);
+    return 1;
+  }
+  const char* command = argv[1];
+  if (std::strcmp(command, "--help") == 0 || std::strcmp(command, "-h") == 0 ||
+      std::strcmp(command, "help") == 0) {
+    std::fputs(usageText(), stdout);
+    return 0;
+  }
+  if (std::strcmp(command, "--version") == 0) {
+    std::printf("tintwell %s\n", kVersion);
+    return 0;
+  }
+  if (std::strcmp(command, "convert") == 0) return runConvertCommand(argc - 2, argv + 2);
+  if (std::strcmp(command, "csv") == 0) return runCsvCommand(argc - 2, argv + 2);
+  std::fprintf(stderr, "tintwell: unknown command '%s'\n\n%s", command, usageText());
+  return 2;
+}
+
+}  // namespace tw

@@ -1,0 +1,11 @@
+#pragma once
+
+namespace tw {
+
+// Dispatches `tintwell [COMMAND] ...`; returns the process exit status.
+int runCli(int argc, char** argv);
+
+// Usage text listing every sub-command.
+const char* usageText();
+
+}  // namespace tw

@@ -1,0 +1,3 @@
+#include "app/cli/Cli.h"
+
+int main(int argc, char** argv) { return tw::runCli(argc, argv); }

@@ -1,0 +1,233 @@
+#include "color/ColorNotations.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+#include "common/Fatal.h"
+
+namespace tw {
+
+double linearSRGB(double c) { return c > 0.04045 ? std::pow((c + 0.055) / 1.055, 2.4) : c / 12.92; }
+
+double roundHalfAway(double value) { return std::round(value); }
+
+qint64 checkedTruncate(double value) {
+  // 2^63 is exactly representable; anything at or beyond it does not fit.
+  constexpr double kLimit = 9223372036854775808.0;
+  if (!std::isfinite(value) || value >= kLimit || value < -kLimit) {
+    fatalStop("a colour value is not finite or does not fit a 64-bit integer");
+  }
+  return static_cast<qint64>(value);
+}
+
+CMYK rgbToCMYK(double red, double green, double blue) {
+  if (red == 0.0 && green == 0.0 && blue == 0.0) {
+    return CMYK{0, 0, 0, 1};
+  }
+  const double k0 = std::min(std::min(1.0 - red, 1.0 - green), 1.0 - blue);
+  const double rest = 1.0 - k0;
+  return CMYK{checkedTruncate(std::round(((1.0 - red) - k0) * 100.0 / rest)),
+              checkedTruncate(std::round(((1.0 - green) - k0) * 100.0 / rest)),
+              checkedTruncate(std::round(((1.0 - blue) - k0) * 100.0 / rest)),
+              checkedTruncate(std::round(k0 * 100.0))};
+}
+
+namespace {
+
+double labCurve(double t) {
+  return t > 0.008856 ? std::pow(t, 0.3333333333333333) : t * 7.787 + 0.13793103448275862;
+}
+
+// Linearised and scaled channel for every 8-bit value; built with the same
+// expression as the general path, so both give the same bits.
+const std::array<double, 256>& linearTable() {
+  static const std::array<double, 256> table = [] {
+    std::array<double, 256> t{};
+    for (int i = 0; i < 256; ++i) t[i] = linearSRGB(static_cast<double>(i) / 255.0) * 100.0;
+    return t;
+  }();
+  return table;
+}
+
+Lab labFromLinear(double r, double g, double b) {
+  const double x = (r * 0.4124 + g * 0.3576 + b * 0.1805) / 95.047;
+  const double y = (r * 0.2126 + g * 0.7152 + b * 0.0722) / 100.0;
+  const double z = (r * 0.0193 + g * 0.1192 + b * 0.9505) / 108.883;
+  const double fx = labCurve(x);
+  const double fy = labCurve(y);
+  const double fz = labCurve(z);
+  return Lab{std::round((fy * 116.0 - 16.0) * 10.0) / 10.0, std::round((fx - fy) * 500.0 * 10.0) / 10.0,
+             std::round((fy - fz) * 200.0 * 10.0) / 10.0};
+}
+
+bool isByte(qint64 v) { return v >= 0 && v <= 255; }
+
+char* putUnsigned(char* p, quint64 v) {
+  char digits[20];
+  int n = 0;
+  do {
+    digits[n++] = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v != 0);
+  while (n > 0) *p++ = digits[--n];
+  return p;
+}
+
+// "%d" of a signed 64-bit value.
+char* putInt(char* p, qint64 v) {
+  if (v < 0) {
+    *p++ = '-';
+    return putUnsigned(p, 0 - static_cast<quint64>(v));
+  }
+  return putUnsigned(p, static_cast<quint64>(v));
+}
+
+// "%.f" of a whole number held as a double (the sign of zero survives).
+char* putWhole(char* p, double v) {
+  if (std::signbit(v)) *p++ = '-';
+  return putUnsigned(p, static_cast<quint64>(checkedTruncate(std::fabs(v))));
+}
+
+// "%.1f" of a value already rounded to one decimal: the nearest double to n/10
+// prints as exactly n/10, so the digits come from n = |v| * 10 rounded.
+char* putTenths(char* p, double v) {
+  if (std::signbit(v)) *p++ = '-';
+  const quint64 tenths = static_cast<quint64>(checkedTruncate(std::round(std::fabs(v) * 10.0)));
+  p = putUnsigned(p, tenths / 10);
+  *p++ = '.';
+  *p++ = static_cast<char>('0' + tenths % 10);
+  return p;
+}
+
+char* putSeparator(char* p) {
+  *p++ = ' ';
+  *p++ = ' ';
+  return p;
+}
+
+char* putHex(char* p, const RGB& c) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  if (isByte(c.R) && isByte(c.G) && isByte(c.B)) {
+    for (qint64 v : {c.R, c.G, c.B}) {
+      *p++ = kDigits[v >> 4];
+      *p++ = kDigits[v & 15];
+    }
+    return p;
+  }
+  const int n = std::snprintf(p, 3 * 9, "%02X%02X%02X", static_cast<unsigned>(c.R),
+                              static_cast<unsigned>(c.G), static_cast<unsigned>(c.B));
+  return p + n;
+}
+
+char* putRGBText(char* p, const RGB& c) {
+  p = putSeparator(putInt(p, c.R));
+  p = putSeparator(putInt(p, c.G));
+  return putInt(p, c.B);
+}
+
+char* putCMYKText(char* p, const CMYK& c) {
+  p = putSeparator(putInt(p, c.C));
+  p = putSeparator(putInt(p, c.M));
+  p = putSeparator(putInt(p, c.Y));
+  return putInt(p, c.K);
+}
+
+char* putHSBText(char* p, const HSB& c) {
+  p = putSeparator(putWhole(p, c.H));
+  p = putSeparator(putWhole(p, c.S));
+  return putWhole(p, c.B);
+}
+
+char* putLabText(char* p, const Lab& c) {
+  p = putSeparator(putTenths(p, c.L));
+  p = putSeparator(putTenths(p, c.a));
+  p = putTenths(p, c.b);
+  *p++ = ' ';
+  return p;
+}
+
+template <typename Record, typename Put>
+QString textOf(const std::optional<Record>& record, Put put) {
+  if (!record) fatalStop("a colour notation was read before it was computed");
+  char buffer[kNotationLineMax];
+  char* end = put(buffer, *record);
+  return QString::fromLatin1(buffer, static_cast<qsizetype>(end - buffer));
+}
+
+}  // namespace
+
+Lab rgbToLab(double red, double green, double blue) {
+  return labFromLinear(linearSRGB(red) * 100.0, linearSRGB(green) * 100.0, linearSRGB(blue) * 100.0);
+}
+
+HSB rgbToHSB(double red, double green, double blue) {
+  const double max = std::max(std::max(red, green), blue);
+  const double min = std::min(std::min(red, green), blue);
+  const double delta = max - min;
+  double hue = 0.0;
+  double saturation = 0.0;
+  if (max > 0.0) saturation = delta / max;
+  if (delta > 0.0) {
+    if (red >= green && red >= blue) {
+      hue = (green - blue) / delta;
+    } else if (green >= blue) {
+      hue = 2.0 + (blue - red) / delta;
+    } else {
+      hue = 4.0 + (red - green) / delta;
+    }
+    hue /= 6.0;
+    if (hue < 0.0) hue += 1.0;
+  }
+  return HSB{std::round(hue * 360.0), std::round(saturation * 100.0), std::round(max * 100.0)};
+}
+
+Notations computeNotations(qint64 red, qint64 green, qint64 blue) {
+  const double r = static_cast<double>(red) / 255.0;
+  const double g = static_cast<double>(green) / 255.0;
+  const double b = static_cast<double>(blue) / 255.0;
+  Notations n;
+  n.rgb = RGB{red, green, blue};
+  n.cmyk = rgbToCMYK(r, g, b);
+  n.hsb = rgbToHSB(r, g, b);
+  if (isByte(red) && isByte(green) && isByte(blue)) {
+    const auto& table = linearTable();
+    n.lab = labFromLinear(table[red], table[green], table[blue]);
+  } else {
+    n.lab = rgbToLab(r, g, b);
+  }
+  return n;
+}
+
+std::size_t formatNotationLine(const Notations& n, char* out) {
+  char* p = putHex(out, n.rgb);
+  *p++ = '\t';
+  p = putRGBText(p, n.rgb);
+  *p++ = '\t';
+  p = putCMYKText(p, n.cmyk);
+  *p++ = '\t';
+  p = putHSBText(p, n.hsb);
+  *p++ = '\t';
+  p = putLabText(p, n.lab);
+  *p++ = '\n';
+  return static_cast<std::size_t>(p - out);
+}
+
+std::shared_ptr<AllColor> convertToAllColor(qint64 red, qint64 green, qint64 blue) {
+  const Notations n = computeNotations(red, green, blue);
+  auto all = std::make_shared<AllColor>();
+  all->RGB = n.rgb;
+  all->CMYK = n.cmyk;
+  all->HSB = n.hsb;
+  all->Lab = n.lab;
+  all->Hex = textOf(all->RGB, putHex);
+  all->txtRGB = textOf(all->RGB, putRGBText);
+  all->txtCMYK = textOf(all->CMYK, putCMYKText);
+  all->txtHSB = textOf(all->HSB, putHSBText);
+  all->txtLAB = textOf(all->Lab, putLabText);
+  return all;
+}
+
+}  // namespace tw
