@@ -16,7 +16,7 @@ using UserInfo = QHash<QString, QString>;
 
 struct Notification {
   QString name;
-  std::any object;                  // empty when the post carries no object
+  std::any object;                   // empty when the post carries no object
   std::optional<UserInfo> userInfo;  // absent when the post carries none
 };
 

@@ -59,7 +59,8 @@ Lab labFromLinear(double r, double g, double b) {
   const double fx = labCurve(x);
   const double fy = labCurve(y);
   const double fz = labCurve(z);
-  return Lab{std::round((fy * 116.0 - 16.0) * 10.0) / 10.0, std::round((fx - fy) * 500.0 * 10.0) / 10.0,
+  return Lab{std::round((fy * 116.0 - 16.0) * 10.0) / 10.0,
+             std::round((fx - fy) * 500.0 * 10.0) / 10.0,
              std::round((fy - fz) * 200.0 * 10.0) / 10.0};
 }
 
@@ -160,7 +161,8 @@ QString textOf(const std::optional<Record>& record, Put put) {
 }  // namespace
 
 Lab rgbToLab(double red, double green, double blue) {
-  return labFromLinear(linearSRGB(red) * 100.0, linearSRGB(green) * 100.0, linearSRGB(blue) * 100.0);
+  return labFromLinear(linearSRGB(red) * 100.0, linearSRGB(green) * 100.0,
+                       linearSRGB(blue) * 100.0);
 }
 
 HSB rgbToHSB(double red, double green, double blue) {

@@ -80,7 +80,8 @@ TEST(NotificationCenter, DeliveryIsSynchronousOnThePostingThread) {
 TEST(NotificationCenter, ObserversRunInTheOrderAdded) {
   NotificationCenter center;
   std::vector<int> order;
-  for (int i = 0; i < 4; ++i) center.addObserver(n::appClosing(), [&, i](auto&) { order.push_back(i); });
+  for (int i = 0; i < 4; ++i)
+    center.addObserver(n::appClosing(), [&, i](auto&) { order.push_back(i); });
   center.post(n::appClosing());
   EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3}));
 }

@@ -73,10 +73,9 @@ std::string notationLine(int red, int green, int blue) {
   const double A = std::round((f(x) - f(y)) * 500.0 * 10.0) / 10.0;
   const double B = std::round((f(y) - f(z)) * 200.0 * 10.0) / 10.0;
 
-  return format("%02X%02X%02X", red, green, blue) + "\t" +
-         format("%d  %d  %d", red, green, blue) + "\t" +
-         format("%lld  %lld  %lld  %lld", C, M, Y, K) + "\t" + format("%.f  %.f  %.f", H, S, V) +
-         "\t" + format("%.1f  %.1f  %.1f ", L, A, B) + "\n";
+  return format("%02X%02X%02X", red, green, blue) + "\t" + format("%d  %d  %d", red, green, blue) +
+         "\t" + format("%lld  %lld  %lld  %lld", C, M, Y, K) + "\t" +
+         format("%.f  %.f  %.f", H, S, V) + "\t" + format("%.1f  %.1f  %.1f ", L, A, B) + "\n";
 }
 
 }  // namespace tw::reference

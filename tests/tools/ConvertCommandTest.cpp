@@ -8,7 +8,8 @@ namespace {
 
 using testing::runTool;
 
-const QByteArray kLightBlue = "ABCDEF\t171  205  239\t28  14  0  6\t210  28  94\t81.0  -3.7  -20.5 \n";
+const QByteArray kLightBlue =
+    "ABCDEF\t171  205  239\t28  14  0  6\t210  28  94\t81.0  -3.7  -20.5 \n";
 
 TEST(ConvertCommand, ThreeArgumentsPrintOneTabSeparatedLine) {
   const auto run = runTool({"convert", "171", "205", "239"});
@@ -18,9 +19,9 @@ TEST(ConvertCommand, ThreeArgumentsPrintOneTabSeparatedLine) {
 }
 
 TEST(ConvertCommand, BadArgumentsAreRejected) {
-  for (const QStringList& args : {QStringList{"convert", "1", "2"}, QStringList{"convert", "1", "2", "256"},
-                                  QStringList{"convert", "a", "b", "c"},
-                                  QStringList{"convert", "1 2", "3", "4"}}) {
+  for (const QStringList& args :
+       {QStringList{"convert", "1", "2"}, QStringList{"convert", "1", "2", "256"},
+        QStringList{"convert", "a", "b", "c"}, QStringList{"convert", "1 2", "3", "4"}}) {
     const auto run = runTool(args);
     EXPECT_EQ(run.exitCode, 1) << args.join(' ').toStdString();
     EXPECT_EQ(run.out, "");
@@ -31,7 +32,8 @@ TEST(ConvertCommand, BadArgumentsAreRejected) {
 TEST(ConvertCommand, StandardInputGivesOneLinePerAcceptedLine) {
   const auto run = runTool({"convert"}, "0 0 0\n171\t205 239\n255 255 255");
   EXPECT_EQ(run.exitCode, 0);
-  EXPECT_EQ(run.out, QByteArray("000000\t0  0  0\t0  0  0  1\t0  0  0\t0.0  0.0  0.0 \n") + kLightBlue +
+  EXPECT_EQ(run.out, QByteArray("000000\t0  0  0\t0  0  0  1\t0  0  0\t0.0  0.0  0.0 \n") +
+                         kLightBlue +
                          "FFFFFF\t255  255  255\t0  0  0  0\t0  0  100\t100.0  0.0  -0.0 \n");
 }
 
@@ -74,16 +76,15 @@ TEST_P(ChannelLine, ParsesOrRejects) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, ChannelLine,
-    ::testing::Values(LineCase{"empty", "", false}, LineCase{"two_numbers", "1 2", false},
-                      LineCase{"four_numbers", "1 2 3 4", false},
-                      LineCase{"above_255", "1 2 256", false}, LineCase{"negative", "-1 2 3", false},
-                      LineCase{"plus_sign", "+1 2 3", false}, LineCase{"letters", "1 2 x", false},
-                      LineCase{"glued", "1,2,3", false}, LineCase{"decimal", "1.0 2 3", false},
-                      LineCase{"huge", "99999999999999999999 2 3", false},
-                      LineCase{"lone_cr", "\r", false}, LineCase{"plain", "1 2 3", true},
-                      LineCase{"tabs_and_padding", "\t 0\t\t255  7 ", true},
-                      LineCase{"leading_zeros", "007 000 255", true},
-                      LineCase{"crlf", "1 2 3\r", true}),
+    ::testing::Values(
+        LineCase{"empty", "", false}, LineCase{"two_numbers", "1 2", false},
+        LineCase{"four_numbers", "1 2 3 4", false}, LineCase{"above_255", "1 2 256", false},
+        LineCase{"negative", "-1 2 3", false}, LineCase{"plus_sign", "+1 2 3", false},
+        LineCase{"letters", "1 2 x", false}, LineCase{"glued", "1,2,3", false},
+        LineCase{"decimal", "1.0 2 3", false}, LineCase{"huge", "99999999999999999999 2 3", false},
+        LineCase{"lone_cr", "\r", false}, LineCase{"plain", "1 2 3", true},
+        LineCase{"tabs_and_padding", "\t 0\t\t255  7 ", true},
+        LineCase{"leading_zeros", "007 000 255", true}, LineCase{"crlf", "1 2 3\r", true}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(ChannelLineValues, KeepsTheNumbers) {

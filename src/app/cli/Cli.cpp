@@ -26,8 +26,9 @@ const char* usageText() {
 
 int runCli(int argc, char** argv) {
   if (argc < 2) {
-    std::fputs("tintwell: the desktop panel is not part of this build yet; see the commands below.\n\n",
-               stderr);
+    std::fputs(
+        "tintwell: the desktop panel is not part of this build yet; see the commands below.\n\n",
+        stderr);
     std::fputs(usageText(), stderr);
     return 1;
   }
