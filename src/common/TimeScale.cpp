@@ -1,6 +1,6 @@
 #include "common/TimeScale.h"
 
-#include <QByteArray>
+#include <QString>
 #include <QtGlobal>
 #include <cmath>
 
