@@ -1,0 +1,10 @@
+#pragma once
+
+#include <QString>
+
+namespace tw {
+
+// The current user's login name from the user database; empty when unknown.
+QString loginName();
+
+}  // namespace tw
