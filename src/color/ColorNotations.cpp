@@ -12,16 +12,35 @@ namespace tw {
 
 double linearSRGB(double c) { return c > 0.04045 ? std::pow((c + 0.055) / 1.055, 2.4) : c / 12.92; }
 
-double roundHalfAway(double value) { return std::round(value); }
+namespace {
 
-qint64 checkedTruncate(double value) {
-  // 2^63 is exactly representable; anything at or beyond it does not fit.
-  constexpr double kLimit = 9223372036854775808.0;
-  if (!std::isfinite(value) || value >= kLimit || value < -kLimit) {
-    fatalStop("a colour value is not finite or does not fit a 64-bit integer");
-  }
+// 2^63 is exactly representable; anything at or beyond it does not fit.
+constexpr double kInt64Limit = 9223372036854775808.0;
+
+[[noreturn]] void stopForValue() {
+  fatalStop("a colour value is not finite or does not fit a 64-bit integer");
+}
+
+inline qint64 truncateChecked(double value) {
+  if (!(value < kInt64Limit && value >= -kInt64Limit)) stopForValue();  // NaN fails both
   return static_cast<qint64>(value);
 }
+
+// std::round is an out-of-line call on baseline x86-64; this is the same
+// function (half away from zero, the sign of zero kept) for the hot path.
+inline double roundFast(double x) {
+  constexpr double kExact = 4503599627370496.0;  // 2^52: from here on x is whole
+  if (!(std::fabs(x) < kExact)) return x;        // whole, infinite or NaN
+  double t = static_cast<double>(static_cast<qint64>(x));
+  if (std::fabs(x - t) >= 0.5) t += std::copysign(1.0, x);
+  return std::copysign(t, x);
+}
+
+}  // namespace
+
+double roundHalfAway(double value) { return roundFast(value); }
+
+qint64 checkedTruncate(double value) { return truncateChecked(value); }
 
 CMYK rgbToCMYK(double red, double green, double blue) {
   if (red == 0.0 && green == 0.0 && blue == 0.0) {
@@ -29,10 +48,10 @@ CMYK rgbToCMYK(double red, double green, double blue) {
   }
   const double k0 = std::min(std::min(1.0 - red, 1.0 - green), 1.0 - blue);
   const double rest = 1.0 - k0;
-  return CMYK{checkedTruncate(std::round(((1.0 - red) - k0) * 100.0 / rest)),
-              checkedTruncate(std::round(((1.0 - green) - k0) * 100.0 / rest)),
-              checkedTruncate(std::round(((1.0 - blue) - k0) * 100.0 / rest)),
-              checkedTruncate(std::round(k0 * 100.0))};
+  return CMYK{truncateChecked(roundFast(((1.0 - red) - k0) * 100.0 / rest)),
+              truncateChecked(roundFast(((1.0 - green) - k0) * 100.0 / rest)),
+              truncateChecked(roundFast(((1.0 - blue) - k0) * 100.0 / rest)),
+              truncateChecked(roundFast(k0 * 100.0))};
 }
 
 namespace {
@@ -59,14 +78,36 @@ Lab labFromLinear(double r, double g, double b) {
   const double fx = labCurve(x);
   const double fy = labCurve(y);
   const double fz = labCurve(z);
-  return Lab{std::round((fy * 116.0 - 16.0) * 10.0) / 10.0,
-             std::round((fx - fy) * 500.0 * 10.0) / 10.0,
-             std::round((fy - fz) * 200.0 * 10.0) / 10.0};
+  return Lab{roundFast((fy * 116.0 - 16.0) * 10.0) / 10.0,
+             roundFast((fx - fy) * 500.0 * 10.0) / 10.0,
+             roundFast((fy - fz) * 200.0 * 10.0) / 10.0};
 }
 
 bool isByte(qint64 v) { return v >= 0 && v <= 255; }
 
+// Decimal text of 0 to 999, the range nearly every printed number falls in.
+struct SmallNumbers {
+  char text[1000][4];
+  unsigned char length[1000];
+};
+
+const SmallNumbers& smallNumbers() {
+  static const SmallNumbers table = [] {
+    SmallNumbers t{};
+    for (int i = 0; i < 1000; ++i) {
+      t.length[i] = static_cast<unsigned char>(std::snprintf(t.text[i], 4, "%d", i));
+    }
+    return t;
+  }();
+  return table;
+}
+
 char* putUnsigned(char* p, quint64 v) {
+  if (v < 1000) {
+    const SmallNumbers& small = smallNumbers();
+    std::memcpy(p, small.text[v], 4);
+    return p + small.length[v];
+  }
   char digits[20];
   int n = 0;
   do {
@@ -89,14 +130,14 @@ char* putInt(char* p, qint64 v) {
 // "%.f" of a whole number held as a double (the sign of zero survives).
 char* putWhole(char* p, double v) {
   if (std::signbit(v)) *p++ = '-';
-  return putUnsigned(p, static_cast<quint64>(checkedTruncate(std::fabs(v))));
+  return putUnsigned(p, static_cast<quint64>(truncateChecked(std::fabs(v))));
 }
 
 // "%.1f" of a value already rounded to one decimal: the nearest double to n/10
 // prints as exactly n/10, so the digits come from n = |v| * 10 rounded.
 char* putTenths(char* p, double v) {
   if (std::signbit(v)) *p++ = '-';
-  const quint64 tenths = static_cast<quint64>(checkedTruncate(std::round(std::fabs(v) * 10.0)));
+  const quint64 tenths = static_cast<quint64>(truncateChecked(roundFast(std::fabs(v) * 10.0)));
   p = putUnsigned(p, tenths / 10);
   *p++ = '.';
   *p++ = static_cast<char>('0' + tenths % 10);
@@ -183,7 +224,7 @@ HSB rgbToHSB(double red, double green, double blue) {
     hue /= 6.0;
     if (hue < 0.0) hue += 1.0;
   }
-  return HSB{std::round(hue * 360.0), std::round(saturation * 100.0), std::round(max * 100.0)};
+  return HSB{roundFast(hue * 360.0), roundFast(saturation * 100.0), roundFast(max * 100.0)};
 }
 
 Notations computeNotations(qint64 red, qint64 green, qint64 blue) {
