@@ -16,7 +16,7 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps configure build run test asan asan-test bench convert-bench format format-check clean
+.PHONY: deps configure build run test asan-test tsan-test bench convert-bench format format-check clean
 
 deps:
 	@missing=""; \
@@ -49,11 +49,23 @@ asan-test:
 	$(MAKE) build BUILD=build-asan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=address,undefined -DTINTWELL_BUILD_BENCH=OFF"
 	cd build-asan && ctest --output-on-failure -j $(JOBS) -LE exhaustive
 
+# ThreadSanitizer over the same suite: the pen thread, the main thread and the
+# network completions share state.
+tsan-test:
+	$(MAKE) build BUILD=build-tsan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=thread -DTINTWELL_BUILD_BENCH=OFF"
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS) -LE exhaustive
+
 bench: build
 	./$(BUILD)/bench/tintwell_bench
 
 # Throughput of `tintwell convert` over every 8-bit colour.
-convert-bench: build
+convert-# ThreadSanitizer over the same suite: the pen thread, the main thread and the
+# network completions share state.
+tsan-test:
+	$(MAKE) build BUILD=build-tsan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=thread -DTINTWELL_BUILD_BENCH=OFF"
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS) -LE exhaustive
+
+bench: build
 	bench/convert_throughput.sh $(BUILD)
 
 format:
