@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include "ToolProcess.h"
+
+namespace tw {
+namespace {
+
+using testing::runTool;
+
+TEST(CsvCommand, StandardInputIsPrintedAsOneJsonObject) {
+  const auto run = runTool({"csv"}, "a,b\n1,2\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 2, \"headers\": [\"a\", \"b\"], \"rows\": [[\"1\", \"2\"]], "
+            "\"keyedRows\": [{\"a\": \"1\", \"b\": \"2\"}]}\n");
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(CsvCommand, FieldsAreVerbatimAndEscapedAsJson) {
+  const auto run =
+      runTool({"csv"}, "name,code\r\n\"Warm, Red\",  \"\"W/R\"\"\r\n\r\n\"two\nlines\",\t\r\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 2, \"headers\": [\"name\", \"code\"], \"rows\": "
+            "[[\"\\\"Warm, Red\\\"\", \"  \\\"\\\"W/R\\\"\\\"\"], [\"\\\"two\\nlines\\\"\", "
+            "\"\\t\"]], \"keyedRows\": [{\"name\": \"\\\"Warm, Red\\\"\", \"code\": "
+            "\"  \\\"\\\"W/R\\\"\\\"\"}, {\"name\": \"\\\"two\\nlines\\\"\"}]}\n");
+}
+
+TEST(CsvCommand, KeyedRowMembersFollowHeaderOrderAndRepeatedNamesAppearOnce) {
+  const auto run = runTool({"csv"}, "z,a,z,m\n1,2,3\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 4, \"headers\": [\"z\", \"a\", \"z\", \"m\"], \"rows\": "
+            "[[\"1\", \"2\", \"3\"]], \"keyedRows\": [{\"z\": \"3\", \"a\": \"2\"}]}\n");
+}
+
+TEST(CsvCommand, SeparatorOptionTakesAnyLength) {
+  const auto run = runTool({"csv", "--separator", "::"}, "a::b\n1::\"x::y\"::3\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 2, \"headers\": [\"a\", \"b\"], \"rows\": [[\"1\", "
+            "\"\\\"x::y\\\"\", \"3\"]], \"keyedRows\": [{\"a\": \"1\", \"b\": "
+            "\"\\\"x::y\\\"\"}]}\n");
+  const auto equals = runTool({"csv", "--separator=;"}, "a;b\n1;2\n");
+  EXPECT_EQ(equals.exitCode, 0);
+  EXPECT_EQ(equals.out,
+            "{\"columnCount\": 2, \"headers\": [\"a\", \"b\"], \"rows\": [[\"1\", \"2\"]], "
+            "\"keyedRows\": [{\"a\": \"1\", \"b\": \"2\"}]}\n");
+}
+
+TEST(CsvCommand, HeadersOptionMakesEveryLineARow) {
+  const auto run = runTool({"csv", "--headers", "x,y"}, "a,b\n1\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 2, \"headers\": [\"x\", \"y\"], \"rows\": [[\"a\", \"b\"], "
+            "[\"1\"]], \"keyedRows\": [{\"x\": \"a\", \"y\": \"b\"}, {\"x\": \"1\"}]}\n");
+}
+
+TEST(CsvCommand, HeadersWithoutLinesGiveAnEmptyTable) {
+  const auto run = runTool({"csv", "--headers", "x,y,z"}, " \n\r\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 3, \"headers\": [\"x\", \"y\", \"z\"], \"rows\": [], "
+            "\"keyedRows\": []}\n");
+  const auto none = runTool({"csv", "--headers="}, "");
+  EXPECT_EQ(none.exitCode, 0);
+  EXPECT_EQ(none.out, "{\"columnCount\": 0, \"headers\": [], \"rows\": [], \"keyedRows\": []}\n");
+}
+
+TEST(CsvCommand, NoLinesWithoutHeadersIsAnErrorNotACrash) {
+  for (const QByteArray& input : {QByteArray(""), QByteArray("\n \n\t\r\n")}) {
+    const auto run = runTool({"csv"}, input);
+    EXPECT_EQ(run.exitCode, 1) << input.toStdString();
+    EXPECT_EQ(run.out, "");
+    EXPECT_TRUE(run.err.startsWith("tintwell csv: ")) << run.err.toStdString();
+    EXPECT_FALSE(run.err.contains("fatal"));
+  }
+}
+
+TEST(CsvCommand, FileArgumentIsRead) {
+  QTemporaryDir dir;
+  ASSERT_TRUE(dir.isValid());
+  const QString path = dir.filePath("library.csv");
+  QFile file(path);
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+  // UTF-8 with a byte order mark, as spreadsheets write it.
+  file.write("\xef\xbb\xbfname\tabbr\n\xe7\xba\xa2\tR\n");
+  file.close();
+  const auto run = runTool({"csv", "--separator", "\t", path}, "ignored,input\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 2, \"headers\": [\"name\", \"abbr\"], \"rows\": [[\"\xe7\xba\xa2\", "
+            "\"R\"]], \"keyedRows\": [{\"name\": \"\xe7\xba\xa2\", \"abbr\": \"R\"}]}\n");
+}
+
+TEST(CsvCommand, MissingFileIsReported) {
+  QTemporaryDir dir;
+  const auto run = runTool({"csv", dir.filePath("absent.csv")});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_TRUE(run.err.contains("absent.csv")) << run.err.toStdString();
+}
+
+TEST(CsvCommand, BadOptionsAreRejected) {
+  for (const QStringList& args : {QStringList{"csv", "--bogus"}, QStringList{"csv", "--separator"},
+                                  QStringList{"csv", "--headers"}, QStringList{"csv", "-x"},
+                                  QStringList{"csv", "a.csv", "b.csv"}}) {
+    const auto run = runTool(args, "a,b\n");
+    EXPECT_EQ(run.exitCode, 2) << args.join(' ').toStdString();
+    EXPECT_EQ(run.out, "");
+    EXPECT_FALSE(run.err.isEmpty());
+  }
+}
+
+TEST(CsvCommand, HelpDescribesTheOptions) {
+  const auto run = runTool({"csv", "--help"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_TRUE(run.out.startsWith("Usage: tintwell csv [--separator S] [--headers a,b,c] [FILE]"));
+  EXPECT_TRUE(run.out.contains("--separator"));
+  EXPECT_TRUE(run.out.contains("--headers"));
+}
+
+TEST(CsvCommand, MalformedUtf8BecomesReplacementCharacters) {
+  const auto run = runTool({"csv", "--headers", "h"}, "a\xff\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 1, \"headers\": [\"h\"], \"rows\": [[\"a\xef\xbf\xbd\"]], "
+            "\"keyedRows\": [{\"h\": \"a\xef\xbf\xbd\"}]}\n");
+}
+
+}  // namespace
+}  // namespace tw
