@@ -1,16 +1,186 @@
 #include "telemetry/API_Logger.h"
 
+#include <QThread>
+#include <QTimer>
+#include <QUrl>
+
+#include "bridge/Commander.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
+#include "common/TimeScale.h"
+#include "telemetry/Reachability.h"
+#include "telemetry/TelemetryConfig.h"
 
 namespace tw {
 
+namespace {
+
+constexpr double kSendIntervalSeconds = 600.0;
+constexpr double kRequestTimeoutSeconds = 60.0;
+
+}  // namespace
+
+QString apiTypeName(API_Type type) {
+  switch (type) {
+    case API_Type::colorType:
+      return QStringLiteral("colorType");
+    case API_Type::appType:
+      return QStringLiteral("appType");
+  }
+  fatalStop("an unknown usage post kind");
+}
+
+API_Logger::API_Logger(QObject* parent) : QObject(parent) {}
+
+API_Logger::~API_Logger() = default;
+
 void API_Logger::startLogging() {
-  auto color = std::make_shared<ColorRecord>();
-  color->update([](ColorRecord::Fields& f) { f.session_begin = currentTimeText(); });
-  std::lock_guard lock(recordsMutex_);
-  colorRecord_ = std::move(color);
-  applicationRecord_ = std::make_shared<ApplicationRecord>();
+  {
+    auto color = std::make_shared<ColorRecord>();
+    color->update([](ColorRecord::Fields& f) { f.session_begin = currentTimeText(); });
+    std::lock_guard lock(recordsMutex_);
+    colorRecord_ = std::move(color);
+    applicationRecord_ = std::make_shared<ApplicationRecord>();
+  }
+  delete apiSenderTimer_;
+  apiSenderTimer_ = new QTimer(this);
+  apiSenderTimer_->setTimerType(Qt::PreciseTimer);
+  apiSenderTimer_->setSingleShot(false);
+  connect(apiSenderTimer_, &QTimer::timeout, this, &API_Logger::logWithTimer);
+  // Without an event loop (plain record tests) there is nothing to schedule on.
+  if (thread()->eventDispatcher()) apiSenderTimer_->start(scaledMs(kSendIntervalSeconds));
+}
+
+void API_Logger::setTransport(std::shared_ptr<UsageTransport> transport) {
+  transport_ = std::move(transport);
+}
+
+void API_Logger::setTerminationReply(TerminationReply* reply) { terminationReply_ = reply; }
+
+Commander& API_Logger::requireCommander() const {
+  Commander* commander = parentCommander.load();
+  if (!commander) fatalStop("the telemetry sender has no commander");
+  return *commander;
+}
+
+void API_Logger::logWithTimer() {
+  logLine(std::string_view("Log Timer is trigger"));
+  requireColorRecord()->update([](ColorRecord::Fields& f) { f.session_full = true; });
+  sendLogs();
+}
+
+void API_Logger::sendLogs() {
+  const std::shared_ptr<ColorRecord> color = requireColorRecord();
+  const ColorRecord::Fields counted = color->read();
+  if (counted.counter_device == 0 && counted.counter_screen == 0) return;
+  if (!Reachability::isConnectedToNetwork()) {
+    logLine(std::string_view("Internet Connection not Available!"));
+    return;
+  }
+  logLine(std::string_view("Internet Connection Available!"));
+
+  const ColorRecord::Fields stamped = color->update([](ColorRecord::Fields& f) {
+    f.debug = false;
+    f.session_end = currentTimeText();
+    return f;
+  });
+
+  // The same object Commander counts pushes into, not a copy.
+  std::shared_ptr<ApplicationRecord> application = requireCommander().tempApplicationRecord();
+  if (!application) fatalStop("the application usage record is missing");
+  setApplicationRecord(application);
+  logLine(QStringLiteral("PS  Count : %1").arg(application->read().PS));
+  application->update([&](ApplicationRecord::Fields& f) {
+    f.session_begin = stamped.session_begin;
+    f.session_end = stamped.session_end;
+    f.session_full = stamped.session_full;
+    f.debug = stamped.debug;
+  });
+
+  closeColorLists();
+  // Each body is one consistent copy of its record. Our encoder has no input it
+  // fails on, so there is no encoding error to report here.
+  const QByteArray colorBody = color->toJson();
+  const QByteArray applicationBody = application->toJson();
+  logLine(QStringLiteral("%1 bytes").arg(colorBody.size()));
+
+  postUsage(QStringLiteral("/api/color_usage"), colorBody, API_Type::colorType);
+  postUsage(QStringLiteral("/api/app_usage"), applicationBody, API_Type::appType);
+}
+
+void API_Logger::postUsage(const QString& urlText, const QByteArray& body, API_Type type) {
+  QString base = telemetryBaseUrl();
+  while (base.endsWith(QLatin1Char('/'))) base.chop(1);
+  const QUrl url(base + urlText, QUrl::StrictMode);
+  // Usage data travels over verified TLS only.
+  if (!url.isValid() || url.scheme() != QLatin1String("https") || url.host().isEmpty())
+    fatalStop("the telemetry address is not a usable https address");
+  if (!transport_) fatalStop("the telemetry sender has no transport");
+
+  UsageRequest request;
+  request.url = url;
+  request.method = "POST";
+  request.headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}};
+  request.body = body;
+  request.timeoutMs = scaledMs(kRequestTimeoutSeconds);
+
+  logLine(QStringLiteral(" API 開始 || Api Type : ") + apiTypeName(type));
+  transport_->post(
+      request, [this, type](std::optional<QByteArray> data, std::optional<UsageResponse> response,
+                            std::optional<QString> error) {
+        handleUsageResponse(data, response, error, type);
+      });
+}
+
+void API_Logger::handleUsageResponse(const std::optional<QByteArray>& data,
+                                     const std::optional<UsageResponse>& response,
+                                     const std::optional<QString>& error, API_Type type) {
+  if (data && response && response->isHttp && !error) {
+    if (response->statusCode >= 200 && response->statusCode <= 299) {
+      logLine(QStringLiteral(" API 完成 || Api Type : ") + apiTypeName(type));
+      switch (type) {
+        case API_Type::appType:
+          bAppUsageApiDone = true;
+          // Push counts start from 0 again.
+          requireCommander().setTempApplicationRecord(std::make_shared<ApplicationRecord>());
+          break;
+        case API_Type::colorType:
+          bColorApiDone = true;
+          startNewColorRecord();
+          break;
+      }
+      usageSucceeded();
+    } else {
+      logLine(QStringLiteral("statusCode should be 2xx, but is %1").arg(response->statusCode));
+      logLine(QStringLiteral("response = ") + response->description);
+      usageFailed();
+    }
+    return;
+  }
+  logLine(QStringLiteral("error ") + (error ? *error : QStringLiteral("Unknown error")));
+  usageFailed();
+}
+
+void API_Logger::usageSucceeded() {
+  if (bAppShouldClose && bColorApiDone && bAppUsageApiDone) answerTerminationLater();
+}
+
+void API_Logger::usageFailed() {
+  // One failure gives up on the other post as well.
+  bColorApiDone = true;
+  bAppUsageApiDone = true;
+  if (bAppShouldClose) answerTerminationLater();
+}
+
+void API_Logger::answerTerminationLater() {
+  QMetaObject::invokeMethod(
+      this,
+      [this] {
+        TerminationReply* reply = terminationReply_.load();
+        if (!reply) fatalStop("there is no application to answer the quit");
+        reply->replyToApplicationShouldTerminate(true);
+      },
+      Qt::QueuedConnection);
 }
 
 std::shared_ptr<ColorRecord> API_Logger::colorRecord() const {

@@ -1,26 +1,69 @@
 #pragma once
 
+#include <QByteArray>
+#include <QObject>
+#include <QString>
 #include <QtGlobal>
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 
+#include "telemetry/TerminationReply.h"
 #include "telemetry/UsageRecords.h"
+#include "telemetry/UsageTransport.h"
+
+class QTimer;
 
 namespace tw {
 
-// The telemetry sender: counts colours into the session's records and posts them.
-// The colour and push counts are fed from the pen thread and the main thread,
-// and the records are replaced from network completions, so the record
-// references sit behind a lock and the flags are atomic.
-class API_Logger {
- public:
-  API_Logger() = default;
-  API_Logger(const API_Logger&) = delete;
-  API_Logger& operator=(const API_Logger&) = delete;
+class Commander;
 
-  // Starts a session: fresh records and the session's begin stamp.
+// The kinds of usage post; the printed form is the case name.
+enum class API_Type { colorType, appType };
+QString apiTypeName(API_Type type);
+
+// The telemetry sender: counts colours into the session's records and posts
+// them every 600 seconds and once at quit.
+//
+// Lives on the main thread: the timer fires there and the transport completes
+// there. Colours are counted from the pen thread at the same time, and push
+// counts grow from both, so the record references sit behind a lock, every
+// record has its own lock, and the flags are atomic.
+class API_Logger : public QObject {
+  Q_OBJECT
+
+ public:
+  explicit API_Logger(QObject* parent = nullptr);
+  ~API_Logger() override;
+
+  // Starts a session: fresh records, the session's begin stamp, and the
+  // repeating 600-second timer (scaled by TINTWELL_TIME_SCALE) on this
+  // object's thread. A second call replaces the timer.
   void startLogging();
+
+  // Posts both records if any colour was counted: stamps and closes the colour
+  // record, shares Commander's application record, and starts the two posts
+  // side by side. Returns early, printing why, when offline.
+  void sendLogs();
+  // One POST of `body` to base address + `urlText`.
+  void postUsage(const QString& urlText, const QByteArray& body, API_Type type);
+  // Completion of one POST: 2xx renews the posted record, anything else gives up.
+  void handleUsageResponse(const std::optional<QByteArray>& data,
+                           const std::optional<UsageResponse>& response,
+                           const std::optional<QString>& error, API_Type type);
+  // End of one successful POST: answers a waiting quit once both are done.
+  void usageSucceeded();
+  // End of one failed POST: counts both as done and answers a waiting quit.
+  void usageFailed();
+
+  // The repeating send timer; absent before startLogging.
+  QTimer* apiSenderTimer() const { return apiSenderTimer_; }
+
+  // Where the posts travel; set before the first send.
+  void setTransport(std::shared_ptr<UsageTransport> transport);
+  // Where the quit answer goes; needed only once bAppShouldClose is set.
+  void setTerminationReply(TerminationReply* reply);
 
   // Counts a colour as a screen colour when a screen pick was armed, else as a
   // pen colour. The very first colour after start is neither counted nor listed.
@@ -37,19 +80,34 @@ class API_Logger {
   std::shared_ptr<ApplicationRecord> applicationRecord() const;
   void setApplicationRecord(std::shared_ptr<ApplicationRecord> record);
 
+  // The panel's Commander: source of the application record that is sent.
+  std::atomic<Commander*> parentCommander{nullptr};
+
   std::atomic<bool> bFirstColor{true};
   std::atomic<bool> bAppShouldClose{false};
   std::atomic<bool> bPickScreenColor{false};
   std::atomic<bool> bColorApiDone{false};
   std::atomic<bool> bAppUsageApiDone{false};
 
+ public Q_SLOTS:
+  // The timer's action: marks the session full and sends.
+  void logWithTimer();
+
  private:
   // The colour record; absent before startLogging, which makes counting fatal.
   std::shared_ptr<ColorRecord> requireColorRecord() const;
+  Commander& requireCommander() const;
+  // Queues the YES answer to the pending quit on this object's (the main) thread.
+  void answerTerminationLater();
 
   mutable std::mutex recordsMutex_;
   std::shared_ptr<ColorRecord> colorRecord_;
   std::shared_ptr<ApplicationRecord> applicationRecord_;
+
+  // Set up on the main thread before sends start; read there only.
+  QTimer* apiSenderTimer_ = nullptr;
+  std::shared_ptr<UsageTransport> transport_;
+  std::atomic<TerminationReply*> terminationReply_{nullptr};
 };
 
 }  // namespace tw

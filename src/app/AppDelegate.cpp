@@ -1,0 +1,80 @@
+#include "app/AppDelegate.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include "app/NotificationCenter.h"
+#include "app/Notifications.h"
+#include "common/Log.h"
+
+namespace tw {
+
+AppDelegate::AppDelegate(QObject* parent) : QObject(parent) {}
+
+void AppDelegate::applicationDidFinishLaunching() {
+  // All start-up work is the panel's.
+}
+
+bool AppDelegate::applicationShouldTerminateAfterLastWindowClosed() const { return true; }
+
+AppDelegate::TerminateReply AppDelegate::applicationShouldTerminate() {
+  logLine(std::string_view("i am in applicationShouldTerminate ~"));
+  logLine(std::string_view("sending data"));
+  NotificationCenter::defaultCenter().post(notification::appClosing());
+  return TerminateLater;
+}
+
+void AppDelegate::applicationWillTerminate() { logLine(std::string_view("Final bye bye ~")); }
+
+void AppDelegate::terminate() {
+  if (state_ != State::Running) return;
+  state_ = State::Asking;
+  earlyAnswer_ = -1;
+  const TerminateReply reply = applicationShouldTerminate();
+  state_ = State::Waiting;
+  switch (reply) {
+    case TerminateNow:
+      endApplication();
+      return;
+    case TerminateCancel:
+      state_ = State::Running;
+      return;
+    case TerminateLater:
+      if (earlyAnswer_ >= 0) replyToApplicationShouldTerminate(earlyAnswer_ == 1);
+      return;
+  }
+}
+
+void AppDelegate::replyToApplicationShouldTerminate(bool shouldTerminate) {
+  if (QThread::currentThread() != thread()) {
+    QMetaObject::invokeMethod(
+        this, [this, shouldTerminate] { replyToApplicationShouldTerminate(shouldTerminate); },
+        Qt::QueuedConnection);
+    return;
+  }
+  switch (state_) {
+    case State::Running:
+    case State::Ending:
+      return;  // nothing is waiting for an answer
+    case State::Asking:
+      earlyAnswer_ = shouldTerminate ? 1 : 0;
+      return;
+    case State::Waiting:
+      if (shouldTerminate)
+        endApplication();
+      else
+        state_ = State::Running;
+      return;
+  }
+}
+
+void AppDelegate::endApplication() {
+  state_ = State::Ending;
+  applicationWillTerminate();
+  Q_EMIT terminated();
+  // Queued, so that it also ends a loop that has not started yet.
+  QMetaObject::invokeMethod(
+      QCoreApplication::instance(), [] { QCoreApplication::exit(0); }, Qt::QueuedConnection);
+}
+
+}  // namespace tw

@@ -1,0 +1,94 @@
+#include "telemetry/network/NetworkUsageTransport.h"
+
+#include <QFile>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QObject>
+#include <QSslConfiguration>
+#include <QStringList>
+
+#include "common/Fatal.h"
+
+namespace tw {
+
+namespace {
+
+// Errors of these ranges mean an HTTP answer with a non-2xx status arrived;
+// everything else is a failure of the transport itself.
+bool isHttpStatusError(QNetworkReply::NetworkError error) {
+  const int code = static_cast<int>(error);
+  return (code >= 201 && code <= 299) || (code >= 401 && code <= 499);
+}
+
+QString describeResponse(const QNetworkReply& reply, int status) {
+  QStringList headers;
+  for (const auto& [name, value] : reply.rawHeaderPairs())
+    headers << QString::fromLatin1(name) + QStringLiteral(": ") + QString::fromLatin1(value);
+  return QStringLiteral("<HTTPResponse> { URL: %1 } { Status Code: %2, Headers { %3 } }")
+      .arg(reply.url().toString())
+      .arg(status)
+      .arg(headers.join(QStringLiteral("; ")));
+}
+
+}  // namespace
+
+NetworkUsageTransport::NetworkUsageTransport()
+    : context_(std::make_unique<QObject>()),
+      manager_(new QNetworkAccessManager(context_.get())),
+      extraCas_(extraCaCertificates()) {
+  // Only the request's own header fields travel; no cookies are kept.
+  manager_->setCookieJar(nullptr);
+}
+
+NetworkUsageTransport::~NetworkUsageTransport() = default;
+
+QList<QSslCertificate> NetworkUsageTransport::extraCaCertificates() {
+  const QString path = qEnvironmentVariable("TINTWELL_TELEMETRY_CA");
+  if (path.isEmpty()) return {};
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly)) fatalStop("the telemetry CA file cannot be read");
+  const QList<QSslCertificate> certificates = QSslCertificate::fromData(file.readAll());
+  if (certificates.isEmpty()) fatalStop("the telemetry CA file holds no PEM certificate");
+  return certificates;
+}
+
+void NetworkUsageTransport::post(const UsageRequest& request, Completion completion) {
+  QNetworkRequest networkRequest(request.url);
+  for (const auto& [name, value] : request.headers) networkRequest.setRawHeader(name, value);
+  networkRequest.setTransferTimeout(request.timeoutMs);
+  QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+  tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
+  if (!extraCas_.isEmpty()) tls.addCaCertificates(extraCas_);
+  networkRequest.setSslConfiguration(tls);
+
+  QNetworkReply* reply = manager_->sendCustomRequest(networkRequest, request.method, request.body);
+  QObject::connect(reply, &QNetworkReply::finished, context_.get(),
+                   [this, reply, completion = std::move(completion)] {
+                     reply->deleteLater();
+                     finish(reply, completion);
+                   });
+}
+
+void NetworkUsageTransport::finish(QNetworkReply* reply, const Completion& completion) {
+  const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+  const QNetworkReply::NetworkError error = reply->error();
+  const bool answered = status.isValid();
+  if (answered && (error == QNetworkReply::NoError || isHttpStatusError(error))) {
+    const int code = status.toInt();
+    completion(reply->readAll(), UsageResponse{true, code, describeResponse(*reply, code)},
+               std::nullopt);
+    return;
+  }
+  completion(std::nullopt,
+             answered ? std::optional<UsageResponse>(UsageResponse{
+                            true, status.toInt(), describeResponse(*reply, status.toInt())})
+                      : std::nullopt,
+             reply->errorString());
+}
+
+std::shared_ptr<UsageTransport> makeNetworkUsageTransport() {
+  return std::make_shared<NetworkUsageTransport>();
+}
+
+}  // namespace tw

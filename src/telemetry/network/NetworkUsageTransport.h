@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QList>
+#include <QSslCertificate>
+#include <QString>
+#include <memory>
+
+#include "telemetry/UsageTransport.h"
+
+class QNetworkAccessManager;
+class QNetworkReply;
+class QObject;
+
+namespace tw {
+
+// Usage posts over HTTPS with QNetworkAccessManager. Certificate verification
+// is always on: the system CA store, plus the PEM certificates of the file
+// named by TINTWELL_TELEMETRY_CA when set (Qt ignores SSL_CERT_FILE). Lives on,
+// and completes on, the thread it was made on (the main thread).
+class NetworkUsageTransport final : public UsageTransport {
+ public:
+  NetworkUsageTransport();
+  ~NetworkUsageTransport() override;
+  NetworkUsageTransport(const NetworkUsageTransport&) = delete;
+  NetworkUsageTransport& operator=(const NetworkUsageTransport&) = delete;
+
+  void post(const UsageRequest& request, Completion completion) override;
+
+  // The extra trusted CAs from TINTWELL_TELEMETRY_CA; an unreadable file or one
+  // without certificates stops the process, since posts could never succeed.
+  static QList<QSslCertificate> extraCaCertificates();
+
+ private:
+  void finish(QNetworkReply* reply, const Completion& completion);
+
+  std::unique_ptr<QObject> context_;  // owns the manager; its end cancels completions
+  QNetworkAccessManager* manager_ = nullptr;
+  QList<QSslCertificate> extraCas_;
+};
+
+// The transport this build uses for telemetry.
+std::shared_ptr<UsageTransport> makeNetworkUsageTransport();
+
+}  // namespace tw
