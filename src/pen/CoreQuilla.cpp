@@ -1,0 +1,323 @@
+#include "pen/CoreQuilla.h"
+
+#include <QCoreApplication>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QThread>
+#include <QTimer>
+#include <chrono>
+
+#include "app/NotificationCenter.h"
+#include "app/Notifications.h"
+#include "color/ColorStruct.h"
+#include "common/Fatal.h"
+#include "common/Log.h"
+#include "common/TimeScale.h"
+#include "pen/BluetoothUuid.h"
+#include "pen/Mailbox.h"
+
+namespace tw::pen {
+
+using namespace std::string_view_literals;
+
+namespace {
+
+QSettings openDefaults() { return QSettings(QStringLiteral("Orlo"), QStringLiteral("Tintwell")); }
+
+// The saved text must be the 36-character form: braces or other spellings that
+// QUuid would also take do not count as a UUID here.
+std::optional<QUuid> parseSavedIdentifier(const QString& text) {
+  static const QRegularExpression form(QStringLiteral(
+      "^[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}$"));
+  if (!form.match(text).hasMatch()) return std::nullopt;
+  return QUuid::fromString(text);
+}
+
+}  // namespace
+
+std::optional<QString> UserDefaults::string(const QString& key) const {
+  const QSettings settings = openDefaults();
+  const QVariant value = settings.value(key);
+  if (!value.isValid()) return std::nullopt;
+  return value.toString();
+}
+
+void UserDefaults::setObject(const QString& value, const QString& key) {
+  QSettings settings = openDefaults();
+  settings.setValue(key, value);
+  settings.sync();
+}
+
+CoreQuilla::CoreQuilla(CentralFactory factory) : factory_(std::move(factory)) {
+  mainQueue_ = new Mailbox;
+  if (QCoreApplication::instance() != nullptr)
+    mainQueue_->moveToThread(QCoreApplication::instance()->thread());
+}
+
+CoreQuilla::~CoreQuilla() {
+  if (queue_ != nullptr) {
+    queue_->quit();
+    queue_->wait();
+  }
+  {
+    std::lock_guard lock(mutex_);
+    peripheralQuilla.reset();
+    batteryCBCharacteristic.reset();
+    centralManager.reset();
+  }
+  delete queue_;
+  delete mainQueue_;
+}
+
+void CoreQuilla::setupCentralManager() {
+  logLine("init CoreQuilla "sv);
+  queue_ = new QThread;
+  queue_->setObjectName(QStringLiteral("Orlo.Tintwell"));
+  queue_->start();
+  // Held while the central is made, so that a report arriving at once sees it.
+  std::lock_guard lock(mutex_);
+  centralManager = factory_(this, queue_);
+}
+
+QThread* CoreQuilla::queueThread() const { return queue_; }
+
+CentralManager* CoreQuilla::manager() const {
+  std::lock_guard lock(mutex_);
+  return centralManager.get();
+}
+
+PeripheralPtr CoreQuilla::currentPeripheralQuilla() const {
+  std::lock_guard lock(mutex_);
+  return peripheralQuilla;
+}
+
+CharacteristicPtr CoreQuilla::currentBatteryCharacteristic() const {
+  std::lock_guard lock(mutex_);
+  return batteryCBCharacteristic;
+}
+
+std::optional<qint64> CoreQuilla::currentBatteryLevel() const {
+  std::lock_guard lock(mutex_);
+  return batteryLevel;
+}
+
+void CoreQuilla::setPeripheralQuilla(const PeripheralPtr& peripheral) {
+  {
+    std::lock_guard lock(mutex_);
+    peripheralQuilla = peripheral;
+  }
+  peripheral->setDelegate(this);
+}
+
+void CoreQuilla::centralManagerDidUpdateState(CentralManager& central) {
+  switch (central.state()) {
+    case CentralManager::kUnknown:
+      logLine("Bluetooth status is UNKNOWN"sv);
+      break;
+    case CentralManager::kResetting:
+      logLine("Bluetooth status is RESETTING"sv);
+      break;
+    case CentralManager::kUnsupported:
+      logLine("Bluetooth status is UNSUPPORTED"sv);
+      break;
+    case CentralManager::kUnauthorized:
+      logLine("Bluetooth status is UNAUTHORIZED"sv);
+      break;
+    case CentralManager::kPoweredOff:
+      logLine("Bluetooth status is POWERED OFF"sv);
+      break;
+    case CentralManager::kPoweredOn:
+      logLine("Bluetooth status is POWERED ON"sv);
+      connectionProcedure(central);
+      break;
+    default:
+      fatalStop("unexpected Bluetooth manager state");
+  }
+}
+
+void CoreQuilla::connectionProcedure(CentralManager& central) {
+  // Strategy 1: the saved pen.
+  if (const std::optional<QString> saved = defaults.string(keyOfDeviceUUID)) {
+    logLine(QStringLiteral("defaults savedQuillaUUID: ") + *saved);
+    if (const std::optional<QUuid> identifier = parseSavedIdentifier(*saved)) {
+      logLine(QStringLiteral("try 招式1 ~ 取已存檔的 savedQuillaUUID "));
+      if (!central.retrievePeripheralsWithIdentifiers({*identifier}).isEmpty()) {
+        // Asked twice on purpose; the second answer is the one taken.
+        const QList<PeripheralPtr> again =
+            central.retrievePeripheralsWithIdentifiers({*identifier});
+        if (again.isEmpty()) fatalStop("saved pen vanished between two retrievals");
+        setPeripheralQuilla(again.first());
+        if (CentralManager* mgr = manager()) {
+          mgr->stopScan();
+          mgr->connectPeripheral(currentPeripheralQuilla());
+        }
+      }
+    }
+  }
+  // In every case the delayed step decides 2.5 seconds after this report.
+  const auto deadline =
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(tw::scaledMs(2.5));
+  CentralManager* reporting = &central;
+  mainQueue_->post([this, reporting, deadline] {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    QTimer::singleShot(std::max<qint64>(0, left.count()), mainQueue_,
+                       [this, reporting] { fallbackConnect(reporting); });
+  });
+}
+
+void CoreQuilla::fallbackConnect(CentralManager* central) {
+  if (const PeripheralPtr current = currentPeripheralQuilla();
+      current && current->state() == Peripheral::kConnected)
+    return;
+  CentralManager* mgr = manager();
+  if (mgr == nullptr) fatalStop("no central manager at the connection fallback");
+  const QList<PeripheralPtr> connected =
+      mgr->retrieveConnectedPeripheralsWithServices({penServiceUUID()});
+  if (!connected.isEmpty()) {
+    // Strategy 3: a pen the system already has, whatever its name.
+    logLine(QStringLiteral(
+        "try 招式3 ~ "
+        "現在已過了 x 秒且沒有連到之前存的裝置，現在試取得已在系統連線的第一個裝置 "));
+    setPeripheralQuilla(connected.first());
+    mgr->connectPeripheral(connected.first());
+    return;
+  }
+  // Strategy 2: scan. The unfiltered scan replaces the filtered one, so the name
+  // rule alone picks the pen; both calls are kept in this order.
+  logLine(QStringLiteral("try 招式2 ~ using scan to connect "));
+  mgr->scanForPeripheralsWithServices(QList<QUuid>{penServiceUUID()});
+  central->scanForPeripheralsWithServices(std::nullopt);
+}
+
+void CoreQuilla::centralManagerDidDiscoverPeripheral(CentralManager&,
+                                                     const PeripheralPtr& peripheral) {
+  const std::optional<QString> name = peripheral->name();
+  if (!name) return;
+  const QString lower = name->toLower();
+  if (!lower.contains(QLatin1String("vinta")) && !lower.contains(QLatin1String("quilla"))) return;
+  logLine(QStringLiteral("!!  從招式2 (scanForPeripherals) 來的回應 "));
+  logLine(*name);
+  logLine(QStringLiteral("身份證id : identifier -  ") +
+          canonicalUuidText(peripheral->identifier()));
+  logPeripheralState(peripheral->state());
+  setPeripheralQuilla(peripheral);
+  if (CentralManager* mgr = manager()) {
+    mgr->stopScan();
+    mgr->connectPeripheral(currentPeripheralQuilla());
+  }
+}
+
+void CoreQuilla::centralManagerDidConnectPeripheral(CentralManager&,
+                                                    const PeripheralPtr& peripheral) {
+  logLine("connected hihi"sv);
+  logPeripheralState(peripheral->state());
+  defaults.setObject(canonicalUuidText(peripheral->identifier()), keyOfDeviceUUID);
+  if (const PeripheralPtr current = currentPeripheralQuilla()) current->discoverServices();
+  NotificationCenter::defaultCenter().post(
+      notification::connectedQuilla(), {},
+      UserInfo{{notification::quillaKey(), QStringLiteral("Device Connected")}});
+}
+
+void CoreQuilla::centralManagerDidDisconnectPeripheral(CentralManager&, const PeripheralPtr&) {
+  NotificationCenter::defaultCenter().post(
+      notification::disconnected(), {},
+      UserInfo{{notification::quillaKey(), QStringLiteral("Device Disconnected")}});
+}
+
+void CoreQuilla::logPeripheralState(int state) {
+  switch (state) {
+    case Peripheral::kDisconnected:
+      logLine("Peripheral state: disconnected"sv);
+      break;
+    case Peripheral::kConnecting:
+      logLine("Peripheral state: connecting"sv);
+      break;
+    case Peripheral::kConnected:
+      logLine("Peripheral state: connected"sv);
+      break;
+    case Peripheral::kDisconnecting:
+      logLine("Peripheral state: disconnecting"sv);
+      break;
+    default:
+      fatalStop("unexpected peripheral state");
+  }
+}
+
+void CoreQuilla::peripheralDidDiscoverServices(const PeripheralPtr& peripheral) {
+  const std::optional<QList<ServicePtr>> services = peripheral->services();
+  if (!services) fatalStop("service discovery failed");
+  for (const ServicePtr& service : *services) {
+    logLine(QStringLiteral("我的 Service: ") + service->description());
+    if (service->uuid() == penServiceUUID()) peripheral->discoverCharacteristics(service);
+    if (service->uuid() == batteryServiceUUID()) peripheral->discoverCharacteristics(service);
+  }
+}
+
+void CoreQuilla::peripheralDidDiscoverCharacteristics(const PeripheralPtr& peripheral,
+                                                      const ServicePtr& service) {
+  const std::optional<QList<CharacteristicPtr>> characteristics = service->characteristics();
+  if (!characteristics) fatalStop("characteristic discovery failed");
+  for (const CharacteristicPtr& characteristic : *characteristics) {
+    // By UUID alone, whichever service the characteristic came from.
+    if (characteristic->uuid() == penColorCharUUID())
+      peripheral->setNotifyValue(true, characteristic);
+    if (characteristic->uuid() == batteryLevelCharUUID()) {
+      logLine(QStringLiteral(" 電池 characteristic : ") + characteristic->description());
+      PeripheralPtr current;
+      {
+        std::lock_guard lock(mutex_);
+        batteryCBCharacteristic = characteristic;
+        current = peripheralQuilla;
+      }
+      if (current) current->readValue(characteristic);
+    }
+  }
+}
+
+void CoreQuilla::peripheralDidUpdateValue(const PeripheralPtr&,
+                                          const CharacteristicPtr& characteristic) {
+  // Battery answers are not handled here: getBatteryLevel reads the stored value.
+  if (characteristic->uuid() == penColorCharUUID()) decodeColorPacket(characteristic);
+}
+
+void CoreQuilla::decodeColorPacket(const CharacteristicPtr& characteristic) {
+  const std::optional<QByteArray> value = characteristic->value();
+  if (!value) fatalStop("colour characteristic without a value");
+  if (value->size() < 4) fatalStop("colour packet shorter than 4 bytes");
+  const auto byte = [&](int i) { return static_cast<qint64>(static_cast<quint8>(value->at(i))); };
+  const qint64 red = byte(1);
+  const qint64 green = byte(2);
+  const qint64 blue = byte(3);
+  ColorStruct color = ColorStruct::fromChannels(red, green, blue);
+  logLine(QStringLiteral("buffer[0] :  ") + QString::number(byte(0)));
+  logLine(color.colorHex);
+  NotificationCenter::defaultCenter().post(
+      notification::newColor(), std::move(color),
+      UserInfo{{notification::quillaKey(), QStringLiteral("NewColor")}});
+}
+
+qint64 CoreQuilla::getBatteryLevel() {
+  PeripheralPtr peripheral;
+  CharacteristicPtr characteristic;
+  {
+    std::lock_guard lock(mutex_);
+    peripheral = peripheralQuilla;
+    characteristic = batteryCBCharacteristic;
+  }
+  qint64 level = 0;
+  if (peripheral && characteristic) {
+    // The answer only refreshes the stored value, which the next call reports.
+    peripheral->readValue(characteristic);
+    if (const std::optional<QByteArray> value = characteristic->value()) {
+      if (value->isEmpty()) fatalStop("empty battery level value");
+      level = static_cast<qint64>(static_cast<quint8>(value->at(0)));
+    }
+    logLine(QStringLiteral("Batter Level: ") + QString::number(level) + QStringLiteral(" %"));
+  }
+  std::lock_guard lock(mutex_);
+  batteryLevel = level;
+  return level;
+}
+
+}  // namespace tw::pen

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "pen/CentralManager.h"
+
+class QThread;
+
+namespace tw::pen {
+
+class Mailbox;
+
+// The user-defaults store: QSettings, organisation "Orlo", application
+// "Tintwell". Each access opens its own QSettings, which Qt allows from any thread.
+class UserDefaults {
+ public:
+  std::optional<QString> string(const QString& key) const;
+  void setObject(const QString& value, const QString& key);
+};
+
+// The pen link: finds the pen, connects to it, remembers it, walks its GATT
+// layout and turns its colour packets into "Notification_New_Color" posts.
+// Bluetooth callbacks run on the link's own thread "Orlo.Tintwell"; the delayed
+// fallback step and getBatteryLevel run on the main thread. The members shared
+// between the two are guarded by one mutex that is never held across a call
+// into the central or a post.
+class CoreQuilla : public CentralDelegate, public PeripheralDelegate {
+ public:
+  // Does nothing with Bluetooth yet. Must be made on the main thread.
+  explicit CoreQuilla(CentralFactory factory = platformCentralFactory());
+  // Lets go of the references only: the pen's connection is never cancelled.
+  ~CoreQuilla() override;
+  CoreQuilla(const CoreQuilla&) = delete;
+  CoreQuilla& operator=(const CoreQuilla&) = delete;
+
+  // Prints "init CoreQuilla ", starts the queue thread and creates the central;
+  // its first state report starts the connection procedure. Call once.
+  void setupCentralManager();
+
+  // The level from the previous battery read (0 while none is known), and starts
+  // the read the next call reports. Main thread.
+  qint64 getBatteryLevel();
+
+  // Snapshots of the guarded members, for the panel and for tests.
+  PeripheralPtr currentPeripheralQuilla() const;
+  CharacteristicPtr currentBatteryCharacteristic() const;
+  std::optional<qint64> currentBatteryLevel() const;
+  // The queue thread, null before setupCentralManager.
+  QThread* queueThread() const;
+
+  // CentralDelegate
+  void centralManagerDidUpdateState(CentralManager& central) override;
+  void centralManagerDidDiscoverPeripheral(CentralManager& central,
+                                           const PeripheralPtr& peripheral) override;
+  void centralManagerDidConnectPeripheral(CentralManager& central,
+                                          const PeripheralPtr& peripheral) override;
+  void centralManagerDidDisconnectPeripheral(CentralManager& central,
+                                             const PeripheralPtr& peripheral) override;
+  // PeripheralDelegate
+  void peripheralDidDiscoverServices(const PeripheralPtr& peripheral) override;
+  void peripheralDidDiscoverCharacteristics(const PeripheralPtr& peripheral,
+                                            const ServicePtr& service) override;
+  void peripheralDidUpdateValue(const PeripheralPtr& peripheral,
+                                const CharacteristicPtr& characteristic) override;
+
+ private:
+  void connectionProcedure(CentralManager& central);
+  void fallbackConnect(CentralManager* central);
+  static void logPeripheralState(int state);
+  static void decodeColorPacket(const CharacteristicPtr& characteristic);
+  CentralManager* manager() const;
+  void setPeripheralQuilla(const PeripheralPtr& peripheral);
+
+  CentralFactory factory_;
+  mutable std::mutex mutex_;
+
+  // Guarded by mutex_.
+  std::unique_ptr<CentralManager> centralManager;
+  PeripheralPtr peripheralQuilla;
+  CharacteristicPtr batteryCBCharacteristic;
+  std::optional<qint64> batteryLevel;
+
+  UserDefaults defaults;
+  const QString keyOfDeviceUUID = QStringLiteral("connectedQuillaID");
+  // Declared and never set; nothing uses it.
+  std::optional<int> observer;
+
+  QThread* queue_ = nullptr;
+  // Lives on the main thread: the fallback step runs through it.
+  Mailbox* mainQueue_ = nullptr;
+};
+
+}  // namespace tw::pen

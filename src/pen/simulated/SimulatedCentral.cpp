@@ -1,0 +1,334 @@
+#include "pen/simulated/SimulatedCentral.h"
+
+#include <QThread>
+
+#include "pen/BluetoothUuid.h"
+#include "pen/Mailbox.h"
+
+namespace tw::pen {
+
+class SimCharacteristic : public Characteristic {
+ public:
+  explicit SimCharacteristic(QUuid uuid) : uuid_(uuid) {}
+  QUuid uuid() const override { return uuid_; }
+  QString description() const override {
+    return QStringLiteral("<Characteristic UUID = %1>").arg(shortUuidText(uuid_));
+  }
+  std::optional<QByteArray> value() const override {
+    std::lock_guard lock(mutex_);
+    return value_;
+  }
+  void setValue(const std::optional<QByteArray>& value) {
+    std::lock_guard lock(mutex_);
+    value_ = value;
+  }
+  std::optional<QByteArray> remote() const {
+    std::lock_guard lock(mutex_);
+    return remote_;
+  }
+  void setRemote(const std::optional<QByteArray>& value) {
+    std::lock_guard lock(mutex_);
+    remote_ = value;
+  }
+
+ private:
+  const QUuid uuid_;
+  mutable std::mutex mutex_;
+  std::optional<QByteArray> value_;
+  std::optional<QByteArray> remote_;
+};
+
+class SimService : public Service {
+ public:
+  SimService(QUuid uuid, QList<CharacteristicPtr> all) : uuid_(uuid), all_(std::move(all)) {}
+  QUuid uuid() const override { return uuid_; }
+  QString description() const override {
+    return QStringLiteral("<Service UUID = %1>").arg(shortUuidText(uuid_));
+  }
+  std::optional<QList<CharacteristicPtr>> characteristics() const override {
+    std::lock_guard lock(mutex_);
+    return discovered_;
+  }
+  void setDiscovered(bool ok) {
+    std::lock_guard lock(mutex_);
+    if (ok)
+      discovered_ = all_;
+    else
+      discovered_.reset();
+  }
+  const QList<CharacteristicPtr>& all() const { return all_; }
+
+ private:
+  const QUuid uuid_;
+  const QList<CharacteristicPtr> all_;
+  mutable std::mutex mutex_;
+  std::optional<QList<CharacteristicPtr>> discovered_;
+};
+
+class SimPeripheral : public Peripheral, public std::enable_shared_from_this<SimPeripheral> {
+ public:
+  SimPeripheral(SimulatedCentral* central, const SimulatedCentral::PeripheralSpec& spec)
+      : central_(central), spec_(spec), systemConnected_(spec.systemConnected) {
+    for (const auto& s : spec.services) {
+      QList<CharacteristicPtr> chars;
+      for (const QUuid& c : s.characteristics) chars.append(std::make_shared<SimCharacteristic>(c));
+      all_.append(std::make_shared<SimService>(s.uuid, chars));
+    }
+  }
+  std::optional<QString> name() const override { return spec_.name; }
+  QUuid identifier() const override { return spec_.identifier; }
+  int state() const override {
+    std::lock_guard lock(mutex_);
+    return state_;
+  }
+  void setDelegate(PeripheralDelegate* delegate) override {
+    std::lock_guard lock(mutex_);
+    delegate_ = delegate;
+  }
+  void discoverServices() override {
+    central_->record(QStringLiteral("discoverServices ") + canonicalUuidText(spec_.identifier));
+    const bool fail = central_->takeFailure();
+    auto self = shared_from_this();
+    central_->queue_->post([self, fail] {
+      {
+        std::lock_guard lock(self->mutex_);
+        if (fail)
+          self->services_.reset();
+        else
+          self->services_ = self->all_;
+      }
+      if (PeripheralDelegate* d = self->delegate()) d->peripheralDidDiscoverServices(self);
+    });
+  }
+  std::optional<QList<ServicePtr>> services() const override {
+    std::lock_guard lock(mutex_);
+    return services_;
+  }
+  void discoverCharacteristics(const ServicePtr& service) override {
+    central_->record(QStringLiteral("discoverCharacteristics ") + shortUuidText(service->uuid()));
+    const bool fail = central_->takeFailure();
+    auto self = shared_from_this();
+    central_->queue_->post([self, service, fail] {
+      std::static_pointer_cast<SimService>(service)->setDiscovered(!fail);
+      if (PeripheralDelegate* d = self->delegate())
+        d->peripheralDidDiscoverCharacteristics(self, service);
+    });
+  }
+  void setNotifyValue(bool enabled, const CharacteristicPtr& characteristic) override {
+    central_->record(QStringLiteral("setNotifyValue %1 %2")
+                         .arg(enabled ? QStringLiteral("on") : QStringLiteral("off"),
+                              shortUuidText(characteristic->uuid())));
+    std::lock_guard lock(mutex_);
+    if (enabled) notifying_.push_back(characteristic);
+  }
+  void readValue(const CharacteristicPtr& characteristic) override {
+    central_->record(QStringLiteral("readValue ") + shortUuidText(characteristic->uuid()));
+    auto self = shared_from_this();
+    central_->queue_->post([self, characteristic] {
+      auto sim = std::static_pointer_cast<SimCharacteristic>(characteristic);
+      sim->setValue(sim->remote());
+      if (PeripheralDelegate* d = self->delegate()) d->peripheralDidUpdateValue(self, sim);
+    });
+  }
+
+  PeripheralDelegate* delegate() const {
+    std::lock_guard lock(mutex_);
+    return delegate_;
+  }
+  void setState(int state) {
+    std::lock_guard lock(mutex_);
+    state_ = state;
+  }
+  bool systemConnected() const {
+    std::lock_guard lock(mutex_);
+    return systemConnected_;
+  }
+  void setSystemConnected(bool connected) {
+    std::lock_guard lock(mutex_);
+    systemConnected_ = connected;
+  }
+  bool notifying(const CharacteristicPtr& c) const {
+    std::lock_guard lock(mutex_);
+    return std::find(notifying_.begin(), notifying_.end(), c) != notifying_.end();
+  }
+  CharacteristicPtr find(const QUuid& uuid) const {
+    for (const auto& s : all_)
+      for (const auto& c : std::static_pointer_cast<SimService>(s)->all())
+        if (c->uuid() == uuid) return c;
+    return {};
+  }
+  const SimulatedCentral::PeripheralSpec& spec() const { return spec_; }
+
+ private:
+  SimulatedCentral* const central_;
+  const SimulatedCentral::PeripheralSpec spec_;
+  QList<ServicePtr> all_;
+  mutable std::mutex mutex_;
+  int state_ = kDisconnected;
+  bool systemConnected_;
+  PeripheralDelegate* delegate_ = nullptr;
+  std::optional<QList<ServicePtr>> services_;
+  std::vector<CharacteristicPtr> notifying_;
+};
+
+SimulatedCentral::SimulatedCentral(CentralDelegate* delegate, QThread* queue, int initialState)
+    : delegate_(delegate), queue_(new Mailbox), state_(initialState) {
+  queue_->moveToThread(queue);
+  queue_->post([this] { delegate_->centralManagerDidUpdateState(*this); });
+}
+
+SimulatedCentral::~SimulatedCentral() { delete queue_; }
+
+bool SimulatedCentral::takeFailure() {
+  std::lock_guard lock(mutex_);
+  return std::exchange(failNextDiscovery_, false);
+}
+
+PeripheralPtr SimulatedCentral::addPeripheral(const PeripheralSpec& spec) {
+  auto peripheral = std::make_shared<SimPeripheral>(this, spec);
+  std::lock_guard lock(mutex_);
+  peripherals_.push_back(peripheral);
+  return peripheral;
+}
+
+void SimulatedCentral::setState(int state) {
+  // The state changes when its report is delivered, as a radio's would.
+  queue_->post([this, state] {
+    {
+      std::lock_guard lock(mutex_);
+      state_ = state;
+      if (state != kPoweredOn) scan_.reset();
+    }
+    delegate_->centralManagerDidUpdateState(*this);
+  });
+}
+
+void SimulatedCentral::advertise(const PeripheralPtr& peripheral) {
+  auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
+  {
+    // The scan in force when the advertisement arrives decides; a stop requested
+    // later does not take back a report already on its way.
+    std::lock_guard lock(mutex_);
+    if (!scan_) return;
+    if (*scan_) {
+      bool admitted = false;
+      for (const QUuid& u : sim->spec().advertisedServices) admitted |= (*scan_)->contains(u);
+      if (!admitted) return;
+    }
+  }
+  queue_->post([this, sim] { delegate_->centralManagerDidDiscoverPeripheral(*this, sim); });
+}
+
+void SimulatedCentral::notify(const PeripheralPtr& peripheral, const QUuid& characteristic,
+                              const QByteArray& value) {
+  auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
+  queue_->post([sim, characteristic, value] {
+    auto c = std::static_pointer_cast<SimCharacteristic>(sim->find(characteristic));
+    if (!c || !sim->notifying(c)) return;
+    c->setValue(value);
+    if (PeripheralDelegate* d = sim->delegate()) d->peripheralDidUpdateValue(sim, c);
+  });
+}
+
+void SimulatedCentral::setRemoteValue(const PeripheralPtr& peripheral, const QUuid& characteristic,
+                                      const std::optional<QByteArray>& value) {
+  auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
+  if (auto c = std::static_pointer_cast<SimCharacteristic>(sim->find(characteristic)))
+    c->setRemote(value);
+}
+
+void SimulatedCentral::failNextDiscovery() {
+  std::lock_guard lock(mutex_);
+  failNextDiscovery_ = true;
+}
+
+void SimulatedCentral::disconnect(const PeripheralPtr& peripheral) {
+  auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
+  queue_->post([this, sim] {
+    const bool wasConnected = sim->state() == Peripheral::kConnected;
+    sim->setState(Peripheral::kDisconnected);
+    sim->setSystemConnected(false);
+    if (wasConnected) delegate_->centralManagerDidDisconnectPeripheral(*this, sim);
+  });
+}
+
+void SimulatedCentral::completeConnect(const PeripheralPtr& peripheral) {
+  reportConnected(std::static_pointer_cast<SimPeripheral>(peripheral));
+}
+
+void SimulatedCentral::reportConnected(const std::shared_ptr<SimPeripheral>& sim) {
+  queue_->post([this, sim] {
+    if (sim->state() != Peripheral::kConnecting) return;
+    sim->setState(Peripheral::kConnected);
+    sim->setSystemConnected(true);
+    delegate_->centralManagerDidConnectPeripheral(*this, sim);
+  });
+}
+
+QStringList SimulatedCentral::calls() const {
+  std::lock_guard lock(mutex_);
+  return calls_;
+}
+
+void SimulatedCentral::afterPending(std::function<void()> work) { queue_->post(std::move(work)); }
+
+void SimulatedCentral::record(const QString& call) {
+  std::lock_guard lock(mutex_);
+  calls_.append(call);
+}
+
+int SimulatedCentral::state() const {
+  std::lock_guard lock(mutex_);
+  return state_;
+}
+
+QList<PeripheralPtr> SimulatedCentral::retrievePeripheralsWithIdentifiers(
+    const QList<QUuid>& identifiers) {
+  record(QStringLiteral("retrievePeripheralsWithIdentifiers"));
+  QList<PeripheralPtr> found;
+  std::lock_guard lock(mutex_);
+  for (const auto& p : peripherals_)
+    if (p->spec().known && identifiers.contains(p->spec().identifier)) found.append(p);
+  return found;
+}
+
+QList<PeripheralPtr> SimulatedCentral::retrieveConnectedPeripheralsWithServices(
+    const QList<QUuid>& services) {
+  record(QStringLiteral("retrieveConnectedPeripheralsWithServices"));
+  QList<PeripheralPtr> found;
+  std::lock_guard lock(mutex_);
+  for (const auto& p : peripherals_) {
+    if (!p->systemConnected()) continue;
+    for (const auto& s : p->spec().services)
+      if (services.contains(s.uuid)) {
+        found.append(p);
+        break;
+      }
+  }
+  return found;
+}
+
+void SimulatedCentral::scanForPeripheralsWithServices(const std::optional<QList<QUuid>>& services) {
+  QStringList names;
+  if (services)
+    for (const QUuid& u : *services) names.append(shortUuidText(u));
+  record(services ? QStringLiteral("scan ") + names.join(QLatin1Char(','))
+                  : QStringLiteral("scan all"));
+  std::lock_guard lock(mutex_);
+  scan_ = services;
+}
+
+void SimulatedCentral::stopScan() {
+  record(QStringLiteral("stopScan"));
+  std::lock_guard lock(mutex_);
+  scan_.reset();
+}
+
+void SimulatedCentral::connectPeripheral(const PeripheralPtr& peripheral) {
+  auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
+  record(QStringLiteral("connect ") + canonicalUuidText(sim->identifier()));
+  sim->setState(Peripheral::kConnecting);
+  if (sim->spec().connectCompletes) reportConnected(sim);
+}
+
+}  // namespace tw::pen
