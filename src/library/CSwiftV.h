@@ -25,11 +25,13 @@ class CSwiftV {
  public:
   using KeyedRow = QHash<QString, QString>;
 
-  // Reads `text` cut into fields at `separator` (any length). With `headers`
-  // every non-blank line is a row; without, the first line gives the headers and
-  // the rest are rows. Without headers and without a single non-blank line the
-  // process stops (tw::fatalStop): callers that take outside input check with
-  // splitLines() first.
+  // Reads `text` cut into fields at `separator` (any length), after every
+  // "\r\n" in it is replaced by "\n" (one plain pass; a lone "\r" stays part
+  // of its line). With `headers` every non-blank line is a row; without, the
+  // first line gives the headers and the rest are rows. Without headers and
+  // without a single non-blank line the process stops (tw::fatalStop): callers
+  // that take outside input check with splitLines() (after the same "\r\n"
+  // replacement) first.
   CSwiftV(const QString& text, const QString& separator,
           const std::optional<QStringList>& headers = std::nullopt);
   // The same with the separator ",".
