@@ -96,6 +96,9 @@ class Server(http.server.ThreadingHTTPServer):
 
     def get_request(self):
         sock, addr = self.socket.accept()
+        # Head and body go out as separate writes; without this, Nagle and the
+        # client's delayed ACK add 40 ms to every answer.
+        sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         return sock, addr
 
     def finish_request(self, request, client_address):
