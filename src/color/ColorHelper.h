@@ -1,0 +1,139 @@
+#pragma once
+
+#include <QColor>
+#include <QObject>
+#include <QPointF>
+#include <QPointer>
+#include <QtGlobal>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace tw {
+
+// --- Seams of the screen picker ---------------------------------------------
+// The picking logic below never talks to a window system; a backend (X11 in
+// color/x11, the desktop portal in color/portal, fakes in the tests) supplies
+// these three. Everything is called on the main thread.
+
+// Reports left-button presses anywhere on the desktop, outside our own windows
+// too. Implementations call each handler on the main thread, once per press, in
+// the order the handlers were added. Handlers are never removed.
+class GlobalClickMonitor {
+ public:
+  using Handler = std::function<void()>;
+  virtual ~GlobalClickMonitor() = default;
+  virtual void addHandler(Handler handler) = 0;
+  // A pick has just been armed. A backend that has to ask for the click (the
+  // portal's interactive PickColor) starts asking here; the others ignore it.
+  virtual void pickArmed() {}
+};
+
+// Where the pointer is and how tall the main display is, both in device pixels.
+class PointerSource {
+ public:
+  virtual ~PointerSource() = default;
+  // Pointer position in device pixels with a bottom-left origin: x as the
+  // window system reports it, y = mainDisplayPixelsHigh() - top-left y. May be
+  // negative (a pointer below the main display's bottom edge).
+  virtual QPointF mouseLocation() = 0;
+  // Height in device pixels of the display whose pixels the sampler reads.
+  virtual qint64 mainDisplayPixelsHigh() = 0;
+};
+
+// Reads one device pixel of the screen.
+class ScreenSampler {
+ public:
+  virtual ~ScreenSampler() = default;
+  // Colour of the device pixel whose top-left-origin coordinates are `at`
+  // (fractions truncated). nullopt when the capture fails.
+  virtual std::optional<QColor> colorAt(QPointF at) = 0;
+};
+
+struct ScreenBackend {
+  std::shared_ptr<GlobalClickMonitor> monitor;
+  std::shared_ptr<PointerSource> pointer;
+  std::shared_ptr<ScreenSampler> sampler;
+};
+
+// The backend for the running platform: the desktop portal on Wayland, X11
+// otherwise. Each choice is logged. Needs a QGuiApplication.
+ScreenBackend makeScreenBackend();
+
+// Whether a nearly transparent full-screen window can be shown as such. On X11
+// that takes a compositing manager (an owner of _NET_WM_CM_S<screen>); without
+// one the window would show near-black, so the picking window stays unshown.
+bool pickingWindowCanBeShown();
+
+// --- Picking rules, free so they can be tested on their own ------------------
+
+// The flip rule: the absolute value of (truncated bottom-left y − height).
+// Stops the process when y is not finite, does not fit a signed 64-bit integer,
+// or the subtraction (or its absolute value) overflows.
+qint64 flippedY(double bottomLeftY, qint64 mainScreenHeight);
+
+// A colour component in [0, 1] to an 8-bit channel: component × 255.0 truncated
+// toward zero (0.5 → 127, 0.999 → 254, 1.0 → 255). Stops the process when the
+// product is not finite or does not fit a signed 64-bit integer.
+qint64 channelFromComponent(double component);
+
+// A pick is armed while this is true. Setting it to true also tells the click
+// monitor (see GlobalClickMonitor::pickArmed). Safe to read from any thread.
+class PickFlag {
+ public:
+  PickFlag& operator=(bool armed);
+  operator bool() const { return value_.load(); }
+
+ private:
+  friend class ColorHelper;
+  std::atomic<bool> value_{false};
+  std::function<void()> onArmed_;
+};
+
+// Holds the screen-picking state, installs the global mouse monitor and
+// samples the screen. Lives on the main thread, owned by the main panel.
+// A QObject without meta-object: it has no signals, and a moc'd class would
+// need the platform default constructor wherever it is linked.
+class ColorHelper : public QObject {
+ public:
+  // With the platform's backend (makeScreenBackend(); defined with the
+  // backends, in tintwell_screen_backends).
+  explicit ColorHelper(QObject* parent = nullptr);
+  explicit ColorHelper(ScreenBackend backend, QObject* parent = nullptr);
+
+  // The main panel's window; set by the panel, not read by picking.
+  QPointer<QObject> window;
+  // The pixel to sample, in top-left-origin device pixels.
+  std::optional<QPointF> mousePos = QPointF(0, 0);
+  // Height of the screen in device pixels, used to flip the y coordinate. The
+  // panel sets it from mainDisplayPixelsHigh() after installing the monitor.
+  std::optional<qint64> mainScreenHeight = 1024;
+  PickFlag bPickScreenColor;
+  // D65 reference white, 2° observer (held, not read by the conversions).
+  double REFX_O2_D65 = 95.047;
+  double REFY_O2_D65 = 100.0;
+  double REFZ_O2_D65 = 108.883;
+  // Back reference to the owner; not used by picking.
+  QPointer<QObject> parentApp;
+
+  // Registers mouseDownHandler() for every global left press. Each call adds
+  // one more registration; none is ever removed.
+  void installMonitor();
+  // The monitor's handler: when armed, posts "Notification_Mouse_Down" (the
+  // picking window closes itself there), reads and flips the pointer position,
+  // disarms and samples. Does nothing when not armed.
+  void mouseDownHandler();
+  // Samples the pixel at mousePos and posts it as "Notification_New_Color"
+  // with {"Quilla": "NewScreenColor"}.
+  void sampleScreenColor();
+
+  // The height in device pixels of the display the sampler reads; what the
+  // panel stores in mainScreenHeight.
+  qint64 mainDisplayPixelsHigh() const;
+
+ private:
+  ScreenBackend backend_;
+};
+
+}  // namespace tw

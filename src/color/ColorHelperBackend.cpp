@@ -1,0 +1,39 @@
+// Chooses the screen-picking backend once: the desktop portal on Wayland (no
+// global click monitor there), X11 everywhere else.
+#include <QGuiApplication>
+
+#include "color/ColorHelper.h"
+#include "color/portal/PortalColorPicker.h"
+#include "color/x11/X11Compositor.h"
+#include "color/x11/X11Connection.h"
+#include "color/x11/X11PointerSource.h"
+#include "color/x11/X11ScreenSampler.h"
+#include "color/x11/XInputClickMonitor.h"
+#include "common/Log.h"
+
+namespace tw {
+
+namespace {
+
+bool onWayland() { return QGuiApplication::platformName() == QLatin1String("wayland"); }
+
+}  // namespace
+
+ScreenBackend makeScreenBackend() {
+  if (onWayland()) {
+    logLine(std::string_view("screen picking: desktop portal PickColor"));
+    auto picker = std::make_shared<portal::PortalColorPicker>();
+    return {picker, picker, picker};
+  }
+  logLine(std::string_view("screen picking: X11"));
+  auto connection = std::make_shared<x11::X11Connection>();
+  return {std::make_shared<x11::XInputClickMonitor>(connection),
+          std::make_shared<x11::X11PointerSource>(connection),
+          std::make_shared<x11::X11ScreenSampler>(connection)};
+}
+
+ColorHelper::ColorHelper(QObject* parent) : ColorHelper(makeScreenBackend(), parent) {}
+
+bool pickingWindowCanBeShown() { return onWayland() || x11::compositorRunning(); }
+
+}  // namespace tw

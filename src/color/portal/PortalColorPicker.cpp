@@ -1,0 +1,121 @@
+#include "color/portal/PortalColorPicker.h"
+
+#include <QDBusArgument>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QScreen>
+#include <algorithm>
+#include <cmath>
+
+#include "common/Log.h"
+
+namespace tw::portal {
+
+namespace {
+
+const QString kService = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
+
+}  // namespace
+
+PortalColorPicker::PortalColorPicker(QDBusConnection bus) : bus_(std::move(bus)) {}
+
+void PortalColorPicker::addHandler(Handler handler) { handlers_.push_back(std::move(handler)); }
+
+qint64 PortalColorPicker::mainDisplayPixelsHigh() {
+  const QScreen* screen = QGuiApplication::primaryScreen();
+  if (!screen) return 0;
+  return std::llround(screen->geometry().height() * screen->devicePixelRatio());
+}
+
+QPointF PortalColorPicker::mouseLocation() {
+  return QPointF(0, static_cast<double>(mainDisplayPixelsHigh()));
+}
+
+std::optional<QColor> PortalColorPicker::colorAt(QPointF) { return picked_; }
+
+void PortalColorPicker::listenOn(const QString& requestPath) {
+  requestPath_ = requestPath;
+  bus_.connect(kService, requestPath_, QStringLiteral("org.freedesktop.portal.Request"),
+               QStringLiteral("Response"), this, SLOT(onResponse(uint, QVariantMap)));
+}
+
+void PortalColorPicker::stopListening() {
+  if (requestPath_.isEmpty()) return;
+  bus_.disconnect(kService, requestPath_, QStringLiteral("org.freedesktop.portal.Request"),
+                  QStringLiteral("Response"), this, SLOT(onResponse(uint, QVariantMap)));
+  requestPath_.clear();
+}
+
+void PortalColorPicker::pickArmed() {
+  if (!requestPath_.isEmpty()) return;  // a request is already out
+  if (!bus_.isConnected()) {
+    logLine(std::string_view("portal: no session bus; the screen cannot be picked"));
+    return;
+  }
+  // Listen before calling, so that a quick answer is not missed: the request
+  // path follows from our unique name and the token.
+  const QString token = QStringLiteral("tintwell%1").arg(++tokenCounter_);
+  QString sender = bus_.baseService().mid(1);
+  sender.replace(QLatin1Char('.'), QLatin1Char('_'));
+  listenOn(kPath + QStringLiteral("/request/") + sender + QLatin1Char('/') + token);
+
+  QDBusMessage call = QDBusMessage::createMethodCall(
+      kService, kPath, QStringLiteral("org.freedesktop.portal.Screenshot"),
+      QStringLiteral("PickColor"));
+  call << QString() << QVariantMap{{QStringLiteral("handle_token"), token}};
+  logLine(std::string_view("portal: asking PickColor"));
+  auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
+  connect(watcher, &QDBusPendingCallWatcher::finished, this,
+          [this, self = QPointer(this)](QDBusPendingCallWatcher* finished) {
+            finished->deleteLater();
+            if (!self) return;
+            QDBusPendingReply<QDBusObjectPath> reply = *finished;
+            if (reply.isError()) {
+              logLine(QStringLiteral("portal: PickColor failed: ") + reply.error().message());
+              stopListening();
+              return;
+            }
+            // Older portals choose the path themselves.
+            const QString path = reply.value().path();
+            if (path != requestPath_) {
+              stopListening();
+              listenOn(path);
+            }
+          });
+}
+
+void PortalColorPicker::onResponse(uint response, const QVariantMap& results) {
+  stopListening();
+  if (response == 1) {
+    // There is no way out of an armed pick but a click: ask again.
+    logLine(std::string_view("portal: PickColor cancelled; asking again"));
+    pickArmed();
+    return;
+  }
+  if (response != 0 || !results.contains(QStringLiteral("color"))) {
+    logLine(QStringLiteral("portal: PickColor ended with code %1").arg(response));
+    return;
+  }
+  double red = 0;
+  double green = 0;
+  double blue = 0;
+  const QDBusArgument color = results.value(QStringLiteral("color")).value<QDBusArgument>();
+  color.beginStructure();
+  color >> red >> green >> blue;
+  color.endStructure();
+  // Kept at QColor's 16 bits per channel; ColorHelper truncates component × 255.
+  auto sixteen = [](double c) {
+    return static_cast<quint16>(std::lround(std::clamp(c, 0.0, 1.0) * 65535.0));
+  };
+  picked_ = QColor(QRgba64::fromRgba64(sixteen(red), sixteen(green), sixteen(blue), 65535));
+  logLine(std::string_view("portal: PickColor answered"));
+  const auto handlers = handlers_;
+  for (const auto& handler : handlers) handler();
+}
+
+}  // namespace tw::portal

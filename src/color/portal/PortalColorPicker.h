@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QColor>
+#include <QDBusConnection>
+#include <QObject>
+#include <QString>
+#include <QVariantMap>
+#include <optional>
+#include <vector>
+
+#include "color/ColorHelper.h"
+
+namespace tw::portal {
+
+// Screen picking where there is no global click monitor (Wayland): the desktop
+// portal's interactive org.freedesktop.portal.Screenshot.PickColor. Arming a
+// pick asks the portal; the user's click in the portal's picker is reported as
+// the global click, and the colour it returns is what the sampler reads. The
+// portal gives no pointer position, so mouseLocation() reports the top-left
+// corner (flipped y 0).
+class PortalColorPicker : public QObject,
+                          public GlobalClickMonitor,
+                          public PointerSource,
+                          public ScreenSampler {
+  Q_OBJECT
+
+ public:
+  explicit PortalColorPicker(QDBusConnection bus = QDBusConnection::sessionBus());
+
+  void addHandler(Handler handler) override;
+  void pickArmed() override;
+  QPointF mouseLocation() override;
+  qint64 mainDisplayPixelsHigh() override;
+  // The colour of the last answered PickColor; nullopt before the first one.
+  std::optional<QColor> colorAt(QPointF at) override;
+
+ private Q_SLOTS:
+  void onResponse(uint response, const QVariantMap& results);
+
+ private:
+  void listenOn(const QString& requestPath);
+  void stopListening();
+
+  QDBusConnection bus_;
+  std::vector<Handler> handlers_;
+  QString requestPath_;  // the request we wait for; empty when none is out
+  std::optional<QColor> picked_;
+  unsigned tokenCounter_ = 0;
+};
+
+}  // namespace tw::portal

@@ -1,0 +1,30 @@
+#include "color/x11/X11Connection.h"
+
+#include <QGuiApplication>
+#include <cstdlib>
+
+// Xlib after Qt: its macros (Bool, Status, None) clash with Qt headers.
+#include <X11/Xlib.h>
+#include <xcb/xcb.h>
+
+namespace tw::x11 {
+
+X11Connection::X11Connection() : display_(XOpenDisplay(nullptr)) {}
+
+X11Connection::~X11Connection() {
+  if (display_) XCloseDisplay(display_);
+}
+
+unsigned long X11Connection::rootWindow() const {
+  return display_ ? DefaultRootWindow(display_) : 0;
+}
+
+void syncQtConnection() {
+  auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+  if (!x11 || !x11->connection()) return;
+  xcb_connection_t* connection = x11->connection();
+  // A round trip: the reply comes after every earlier request was processed.
+  std::free(xcb_get_input_focus_reply(connection, xcb_get_input_focus(connection), nullptr));
+}
+
+}  // namespace tw::x11

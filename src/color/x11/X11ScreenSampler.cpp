@@ -1,0 +1,60 @@
+#include "color/x11/X11ScreenSampler.h"
+
+#include <cmath>
+
+// Xlib after Qt: its macros (Bool, Status, None) clash with Qt headers.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+#include "color/x11/X11Connection.h"
+
+namespace tw::x11 {
+
+namespace {
+
+// The channel that `mask` selects from a TrueColor pixel, scaled to 8 bits.
+int channel(unsigned long pixel, unsigned long mask) {
+  if (mask == 0) return 0;
+  int shift = 0;
+  while (((mask >> shift) & 1UL) == 0) ++shift;
+  const unsigned long maximum = mask >> shift;
+  const unsigned long value = (pixel & mask) >> shift;
+  return static_cast<int>((value * 255UL + maximum / 2) / maximum);
+}
+
+}  // namespace
+
+X11ScreenSampler::X11ScreenSampler(std::shared_ptr<X11Connection> connection)
+    : connection_(std::move(connection)) {}
+
+std::optional<QColor> X11ScreenSampler::colorAt(QPointF at) {
+  Display* display = connection_->display();
+  if (!display) return std::nullopt;
+  const double x = std::trunc(at.x());
+  const double y = std::trunc(at.y());
+  if (!(x >= 0 && y >= 0 && x < DisplayWidth(display, DefaultScreen(display)) &&
+        y < DisplayHeight(display, DefaultScreen(display))))
+    return std::nullopt;
+
+  syncQtConnection();
+  XImage* image = XGetImage(display, connection_->rootWindow(), static_cast<int>(x),
+                            static_cast<int>(y), 1, 1, AllPlanes, ZPixmap);
+  if (!image) return std::nullopt;
+  const unsigned long pixel = XGetPixel(image, 0, 0);
+  const unsigned long redMask = image->red_mask;
+  const unsigned long greenMask = image->green_mask;
+  const unsigned long blueMask = image->blue_mask;
+  XDestroyImage(image);
+
+  if (redMask == 0 && greenMask == 0 && blueMask == 0) {
+    // Not a TrueColor image: ask the colormap.
+    XColor color{};
+    color.pixel = pixel;
+    XQueryColor(display, DefaultColormap(display, DefaultScreen(display)), &color);
+    return QColor::fromRgb(color.red >> 8, color.green >> 8, color.blue >> 8);
+  }
+  return QColor::fromRgb(channel(pixel, redMask), channel(pixel, greenMask),
+                         channel(pixel, blueMask));
+}
+
+}  // namespace tw::x11

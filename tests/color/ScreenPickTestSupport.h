@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QColor>
+#include <QPointF>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "app/NotificationCenter.h"
+#include "app/Notifications.h"
+#include "color/ColorHelper.h"
+
+namespace tw::testing {
+
+// Fakes of the three seams, driven by the test.
+struct FakeClickMonitor : GlobalClickMonitor {
+  std::vector<Handler> handlers;
+  int armedCalls = 0;
+  void addHandler(Handler handler) override { handlers.push_back(std::move(handler)); }
+  void pickArmed() override { ++armedCalls; }
+  void click() {
+    const auto copy = handlers;
+    for (const auto& handler : copy) handler();
+  }
+};
+
+struct FakePointer : PointerSource {
+  QPointF location;  // bottom-left origin
+  qint64 height = 1024;
+  QPointF mouseLocation() override { return location; }
+  qint64 mainDisplayPixelsHigh() override { return height; }
+};
+
+struct FakeSampler : ScreenSampler {
+  std::optional<QColor> color = QColor::fromRgb(10, 20, 30);
+  std::vector<QPointF> reads;
+  std::vector<QString>* events = nullptr;  // shared order log, if set
+  std::optional<QColor> colorAt(QPointF at) override {
+    reads.push_back(at);
+    if (events) events->push_back(QStringLiteral("sample"));
+    return color;
+  }
+};
+
+// Everything posted on the two picking notifications. Observers can never be
+// removed, so one recorder lives for the whole test process.
+struct PickRecorder {
+  std::vector<Notification> mouseDowns;
+  std::vector<Notification> newColors;
+  std::vector<QString>* events = nullptr;
+
+  static PickRecorder& instance() {
+    static PickRecorder* recorder = [] {
+      auto* r = new PickRecorder;
+      auto& center = NotificationCenter::defaultCenter();
+      center.addObserver(notification::mouseDown(), [r](const Notification& n) {
+        r->mouseDowns.push_back(n);
+        if (r->events) r->events->push_back(QStringLiteral("mouse down"));
+      });
+      center.addObserver(notification::newColor(), [r](const Notification& n) {
+        r->newColors.push_back(n);
+        if (r->events) r->events->push_back(QStringLiteral("new color"));
+      });
+      return r;
+    }();
+    return *recorder;
+  }
+  void clear() {
+    mouseDowns.clear();
+    newColors.clear();
+    events = nullptr;
+  }
+};
+
+}  // namespace tw::testing
