@@ -1,0 +1,176 @@
+#include "app/PanelLogic.h"
+
+#include <QTimer>
+
+#include "app/Notifications.h"
+#include "color/ColorNotations.h"
+#include "common/Fatal.h"
+#include "common/Log.h"
+#include "common/TimeScale.h"
+#include "common/Version.h"
+
+namespace tw {
+
+namespace {
+
+// Runs `call` on the panel if it still exists.
+template <typename Call>
+NotificationCenter::Handler toPanel(const std::shared_ptr<std::atomic<PanelLogic*>>& self,
+                                    Call call) {
+  return [self, call](const Notification& notification) {
+    if (PanelLogic* panel = self->load()) (panel->*call)(notification);
+  };
+}
+
+}  // namespace
+
+PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelParts parts)
+    : view_(view),
+      coreQuilla_(std::make_unique<pen::CoreQuilla>(std::move(parts.central))),
+      commander_(std::make_unique<Commander>(std::move(parts.host), std::move(parts.alerts))),
+      apiLogger_(std::make_unique<API_Logger>()),
+      closing_(*apiLogger_, application),
+      self_(std::make_shared<std::atomic<PanelLogic*>>(this)) {
+  apiLogger_->setTransport(std::move(parts.transport));
+  apiLogger_->setTerminationReply(&application);
+  Q_UNUSED(bCalcSimilarColor);
+}
+
+PanelLogic::~PanelLogic() { self_->store(nullptr); }
+
+void PanelLogic::viewDidLoad() {
+  auto& center = NotificationCenter::defaultCenter();
+  center.addObserver(notification::newColor(),
+                     toPanel(self_, &PanelLogic::newColorReceivedWithNotification));
+  center.addObserver(notification::connectedQuilla(),
+                     toPanel(self_, &PanelLogic::connectedNotificationWithNotification));
+  center.addObserver(notification::disconnected(),
+                     toPanel(self_, &PanelLogic::disconnectedNotificationWithNotification));
+  closing_.observe();
+  coreQuilla_->setupCentralManager();
+  commander_->initScriptFiles();
+}
+
+void PanelLogic::prepareTelemetry() {
+  apiLogger_->startLogging();
+  const auto record = apiLogger_->colorRecord();
+  if (!record) fatalStop("the colour usage record is missing after telemetry started");
+  record->update([](ColorRecord::Fields& f) {
+    f.vender = QStringLiteral("Vandu");
+    f.app = QStringLiteral("TW+V");
+    f.version = QString::fromLatin1(kVersion);
+  });
+  apiLogger_->parentCommander = commander_.get();
+}
+
+void PanelLogic::postNewColor(qint64 red, qint64 green, qint64 blue) {
+  NotificationCenter::defaultCenter().post(
+      notification::newColor(), ColorStruct::fromChannels(red, green, blue),
+      UserInfo{{notification::quillaKey(), QStringLiteral("NewColor")}});
+}
+
+void PanelLogic::showColorTexts(qint64 red, qint64 green, qint64 blue) {
+  view_.showColorTexts(*convertToAllColor(red, green, blue));
+}
+
+void PanelLogic::appear() {
+  prepareTelemetry();
+  postNewColor(250, 250, 250);
+  showColorTexts(250, 250, 250);
+}
+
+void PanelLogic::viewDidDisappear() {
+  logLine(std::string_view("viewDidDisappear!"));
+  if (batteryTimer_) batteryTimer_->stop();
+}
+
+void PanelLogic::armScreenPickCount() { apiLogger_->bPickScreenColor = true; }
+
+void PanelLogic::newColorReceivedWithNotification(const Notification& notification) {
+  handleNewColor(notification);
+}
+
+void PanelLogic::handleNewColor(const Notification& notification) {
+  const ColorStruct* incoming = std::any_cast<ColorStruct>(&notification.object);
+  if (incoming == nullptr) fatalStop("a new-colour notification carried no ColorStruct");
+  const ColorStruct color = *incoming;
+  {
+    std::lock_guard lock(colorMutex_);
+    // A repeated colour is shown again but not stored, pushed or counted.
+    if (!(commander_->newColor().color == color.color)) {
+      currentColorStruct_ = color;
+      commander_->sendColorToApps(color);
+      apiLogger_->countColor(color.iR, color.iG, color.iB);
+    }
+  }
+  QMetaObject::invokeMethod(
+      this, [this, color] { showColor(color); }, Qt::QueuedConnection);
+  logLine(color.colorHex);
+}
+
+void PanelLogic::showColor(const ColorStruct& color) {
+  view_.showColor(color);
+  view_.showColorTexts(*convertToAllColor(color.iR, color.iG, color.iB));
+}
+
+void PanelLogic::connectedNotificationWithNotification(const Notification&) {
+  QMetaObject::invokeMethod(
+      this, [this] { showConnected(); }, Qt::QueuedConnection);
+}
+
+void PanelLogic::disconnectedNotificationWithNotification(const Notification&) {
+  QMetaObject::invokeMethod(
+      this, [this] { showDisconnected(); }, Qt::QueuedConnection);
+}
+
+void PanelLogic::showConnected() {
+  view_.setConnectionImage(QStringLiteral("BT on"));
+  startBatteryWatch();
+  // The level shows soon after connecting rather than after the first period.
+  QTimer::singleShot(scaledMs(3.0), this, [this] { updateBatteryImage(); });
+}
+
+void PanelLogic::startBatteryWatch() {
+  view_.setBatteryShown(true);
+  // A timer already stored is let go without being stopped, so two connections
+  // without a disconnection leave two timers running.
+  auto* timer = new QTimer(this);
+  timer->setInterval(scaledMs(180.0));
+  connect(timer, &QTimer::timeout, this, [this] { checkBatteryLevel(); });
+  timer->start();
+  batteryTimer_ = timer;
+  batteryTimers_.emplace_back(timer);
+}
+
+void PanelLogic::showDisconnected() {
+  view_.setConnectionImage(QStringLiteral("BT off"));
+  if (batteryTimer_) batteryTimer_->stop();
+  view_.setBatteryShown(false);
+}
+
+void PanelLogic::checkBatteryLevel() { updateBatteryImage(); }
+
+void PanelLogic::updateBatteryImage() {
+  view_.setBatteryImage(batteryImageName(coreQuilla_->getBatteryLevel()));
+}
+
+QString PanelLogic::batteryImageName(qint64 level) {
+  if (level < 0 || level > 100) return QStringLiteral("50");
+  if (level >= 90) return QStringLiteral("100");
+  return QString::number((level / 10 + 1) * 10);
+}
+
+std::optional<ColorStruct> PanelLogic::currentColorStruct() const {
+  std::lock_guard lock(colorMutex_);
+  return currentColorStruct_;
+}
+
+int PanelLogic::activeBatteryTimers() const {
+  int active = 0;
+  for (const auto& timer : batteryTimers_) {
+    if (timer && timer->isActive()) ++active;
+  }
+  return active;
+}
+
+}  // namespace tw

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "app/ClosingHandler.h"
+#include "app/NotificationCenter.h"
+#include "app/PanelView.h"
+#include "bridge/AlertPresenter.h"
+#include "bridge/Commander.h"
+#include "bridge/HostDescription.h"
+#include "pen/CoreQuilla.h"
+#include "telemetry/API_Logger.h"
+#include "telemetry/TerminationReply.h"
+#include "telemetry/UsageTransport.h"
+
+class QTimer;
+
+namespace tw {
+
+// The platform pieces the panel's objects are built on; tests put in their own.
+struct PanelParts {
+  pen::CentralFactory central;
+  std::shared_ptr<HostDescription> host;
+  std::shared_ptr<AlertPresenter> alerts;
+  std::shared_ptr<UsageTransport> transport;
+};
+
+// The main colour panel without its drawing: it owns the pen link, the bridge
+// and the telemetry sender, receives every new colour, pushes and counts it,
+// and tells its view what to show. The desktop window and `tintwell listen`
+// both run this class, so their behaviour and their lines are the same.
+//
+// Lives on the main thread. New colours from the pen arrive on the pen thread;
+// the check against the last colour and the push and count that follow are
+// serialised with colours arriving on the main thread.
+class PanelLogic : public QObject {
+ public:
+  // Creates the pen link, the bridge and the sender, in that order.
+  PanelLogic(PanelView& view, TerminationReply& application, PanelParts parts);
+  ~PanelLogic() override;
+  PanelLogic(const PanelLogic&) = delete;
+  PanelLogic& operator=(const PanelLogic&) = delete;
+
+  // Registers the four observers (new colour, connected, disconnected, app
+  // closing), starts the pen link and fixes the script files. Call once.
+  void viewDidLoad();
+  // Starts telemetry and stamps the colour record with the edition, the
+  // version and the bridge.
+  void prepareTelemetry();
+  // Posts a colour as the pen does ("NewColor"): the start-up colour.
+  void postNewColor(qint64 red, qint64 green, qint64 blue);
+  // Sets the four notation texts directly.
+  void showColorTexts(qint64 red, qint64 green, qint64 blue);
+  // The appear sequence's work that does not need a window: telemetry, then
+  // the start-up colour 250, 250, 250 posted and its texts shown.
+  void appear();
+  // Prints "viewDidDisappear!" and stops the stored battery timer.
+  void viewDidDisappear();
+  // The telemetry side of arming a screen pick: the next colour counts as a
+  // screen colour.
+  void armScreenPickCount();
+
+  // Observers; each runs on the thread that posted.
+  void newColorReceivedWithNotification(const Notification& notification);
+  void connectedNotificationWithNotification(const Notification& notification);
+  void disconnectedNotificationWithNotification(const Notification& notification);
+  // Battery timer target.
+  void checkBatteryLevel();
+
+  // The battery image for a level: the tens band above it ("10" for 0 to 9 ...
+  // "90" for 80 to 89), "100" for 90 to 100, and "50" outside 0 to 100.
+  static QString batteryImageName(qint64 level);
+
+  pen::CoreQuilla& coreQuilla() { return *coreQuilla_; }
+  Commander& commander() { return *commander_; }
+  API_Logger& apiLogger() { return *apiLogger_; }
+  std::optional<ColorStruct> currentColorStruct() const;
+  // The stored battery timer (the last one made), and how many of the timers
+  // made so far still run: a second connection leaves the first one running.
+  QTimer* batteryTimer() const { return batteryTimer_; }
+  int activeBatteryTimers() const;
+
+ private:
+  void handleNewColor(const Notification& notification);
+  void showColor(const ColorStruct& color);
+  void showConnected();
+  void showDisconnected();
+  void startBatteryWatch();
+  void updateBatteryImage();
+
+  PanelView& view_;
+  // Owned for the panel's whole life, made in this order.
+  std::unique_ptr<pen::CoreQuilla> coreQuilla_;
+  std::unique_ptr<Commander> commander_;
+  std::unique_ptr<API_Logger> apiLogger_;
+  ClosingHandler closing_;
+  // Observers are never removed: they reach the panel through this cell,
+  // emptied when the panel goes.
+  std::shared_ptr<std::atomic<PanelLogic*>> self_;
+
+  mutable std::mutex colorMutex_;
+  std::optional<ColorStruct> currentColorStruct_;  // guarded by colorMutex_
+  // Declared for the library feature and never read.
+  bool bCalcSimilarColor = true;
+
+  QPointer<QTimer> batteryTimer_;
+  // Every battery timer made, for activeBatteryTimers().
+  std::vector<QPointer<QTimer>> batteryTimers_;
+};
+
+}  // namespace tw

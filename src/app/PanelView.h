@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QString>
+
+#include "color/ColorNotations.h"
+#include "color/ColorStruct.h"
+
+namespace tw {
+
+// What the main colour panel shows. The desktop draws it with widgets; the
+// headless listener shows nothing. Called on the main thread only.
+class PanelView {
+ public:
+  virtual ~PanelView() = default;
+  // The crown and its button tinted with the colour, and "#" + hex.
+  virtual void showColor(const ColorStruct& color) = 0;
+  // The RGB, CMYK, HSB and Lab texts, in that order.
+  virtual void showColorTexts(const AllColor& notations) = 0;
+  // The connection indicator's image: "BT on" or "BT off".
+  virtual void setConnectionImage(const QString& imageName) = 0;
+  virtual void setBatteryShown(bool shown) = 0;
+  // One of "10", "20", ... "100".
+  virtual void setBatteryImage(const QString& imageName) = 0;
+};
+
+// Shows nothing: the listener's panel.
+class HeadlessPanelView : public PanelView {
+ public:
+  void showColor(const ColorStruct&) override {}
+  void showColorTexts(const AllColor&) override {}
+  void setConnectionImage(const QString&) override {}
+  void setBatteryShown(bool) override {}
+  void setBatteryImage(const QString&) override {}
+};
+
+}  // namespace tw

@@ -1,0 +1,320 @@
+// The panel's logic with real parts where they run here: a stand-in `wine` on
+// PATH records every launch, the bridge writes real script files under a
+// temporary data folder, and colours travel through the real notification
+// centre. The pen's radio side is the simulated central (powered off: the
+// tests post the pen's notifications themselves).
+#include "app/PanelLogic.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+#include <mutex>
+
+#include "app/Notifications.h"
+#include "bridge/RunningApplications.h"
+#include "common/TimeScale.h"
+#include "common/Version.h"
+#include "pen/simulated/SimulatedCentral.h"
+
+namespace tw {
+namespace {
+
+const QString kPhotoshop =
+    QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
+
+QCoreApplication& app() {
+  static int argc = 1;
+  static char name[] = "panel_logic_test";
+  static char* argv[] = {name, nullptr};
+  static QCoreApplication* instance = [] {
+    // 180 s battery period -> 1.8 s, 3 s first check -> 30 ms.
+    qputenv("TINTWELL_TIME_SCALE", "0.01");
+    return new QCoreApplication(argc, argv);
+  }();
+  return *instance;
+}
+
+bool waitFor(const std::function<bool()>& done, int ms = 5000) {
+  QDeadlineTimer deadline(ms);
+  while (!done()) {
+    if (deadline.hasExpired()) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    QThread::msleep(1);
+  }
+  return true;
+}
+
+void spin(int ms) {
+  waitFor([] { return false; }, ms);
+}
+
+class RecordingView : public PanelView {
+ public:
+  void showColor(const ColorStruct& color) override { add("color #" + color.colorHex); }
+  void showColorTexts(const AllColor& n) override {
+    add("texts " + n.txtRGB + "|" + n.txtCMYK + "|" + n.txtHSB + "|" + n.txtLAB);
+  }
+  void setConnectionImage(const QString& name) override { add("connection " + name); }
+  void setBatteryShown(bool shown) override { add(shown ? "battery shown" : "battery hidden"); }
+  void setBatteryImage(const QString& name) override { add("battery " + name); }
+
+  QStringList calls() const {
+    std::lock_guard lock(mutex_);
+    return calls_;
+  }
+  int count(const QString& call) const { return static_cast<int>(calls().count(call)); }
+
+ private:
+  void add(const QString& call) {
+    std::lock_guard lock(mutex_);
+    calls_ << call;
+  }
+  mutable std::mutex mutex_;
+  QStringList calls_;
+};
+
+class NoAnswer : public TerminationReply {
+ public:
+  void replyToApplicationShouldTerminate(bool) override {}
+};
+
+// Counts requests and never answers: these tests never reach a send.
+class IdleTransport : public UsageTransport {
+ public:
+  void post(const UsageRequest&, Completion) override { ++posts; }
+  std::atomic<int> posts{0};
+};
+
+class PanelLogicTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    app();
+    ASSERT_TRUE(home_.isValid());
+    qputenv("HOME", home_.path().toUtf8());
+    qputenv("XDG_DATA_HOME", (home_.path() + "/data").toUtf8());
+    qputenv("XDG_CONFIG_HOME", (home_.path() + "/config").toUtf8());
+    qputenv("WINEPREFIX", (home_.path() + "/wine").toUtf8());
+    // The launcher stand-in: records its arguments, one launch per line.
+    QDir().mkpath(home_.path() + "/bin");
+    QFile wine(home_.path() + "/bin/wine");
+    ASSERT_TRUE(wine.open(QIODevice::WriteOnly));
+    wine.write(
+        "#!/bin/sh\nprintf '%s|' \"$@\" >> \"$HOME/launches\"\necho >> \"$HOME/launches\"\n");
+    wine.close();
+    wine.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("PATH", (home_.path() + "/bin:" + qEnvironmentVariable("PATH")).toUtf8());
+
+    auto lister = std::make_shared<FixedApplicationLister>(
+        std::vector<RunningApplication>{{QStringLiteral("Photoshop.exe"), kPhotoshop}});
+    PanelParts parts;
+    parts.central = [](pen::CentralDelegate* d, QThread* q) {
+      return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
+    };
+    parts.host = std::make_shared<WineHostDescription>(lister);
+    parts.alerts = std::make_shared<SilentAlertPresenter>();
+    parts.transport = transport_;
+    panel_ = std::make_unique<PanelLogic>(view_, noAnswer_, std::move(parts));
+    testing::internal::CaptureStdout();
+    panel_->viewDidLoad();
+  }
+  void TearDown() override { testing::internal::GetCapturedStdout(); }
+
+  QStringList launches() const {
+    QFile file(home_.path() + "/launches");
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+  }
+  void postPenColour(const ColorStruct& colour) {
+    NotificationCenter::defaultCenter().post(
+        notification::newColor(), colour,
+        UserInfo{{notification::quillaKey(), QStringLiteral("NewColor")}});
+  }
+  void postFromPenThread(const QString& name, const QString& value) {
+    QThread* pen = QThread::create([&] {
+      NotificationCenter::defaultCenter().post(name, {},
+                                               UserInfo{{notification::quillaKey(), value}});
+    });
+    pen->start();
+    pen->wait();
+    delete pen;
+  }
+  ColorRecord::Fields record() const { return panel_->apiLogger().colorRecord()->read(); }
+  qint64 photoshopPushes() const { return panel_->commander().tempApplicationRecord()->read().PS; }
+
+  QTemporaryDir home_;
+  RecordingView view_;
+  NoAnswer noAnswer_;
+  std::shared_ptr<IdleTransport> transport_ = std::make_shared<IdleTransport>();
+  std::unique_ptr<PanelLogic> panel_;
+};
+
+TEST_F(PanelLogicTest, StartUpShowsFAFAFAWithItsTextsAndNeitherPushesNorCounts) {
+  panel_->appear();
+  ASSERT_TRUE(waitFor([&] { return view_.count("color #FAFAFA") == 1; }));
+  const QString texts = "texts 250  250  250|0  0  0  2|0  0  98|98.3  0.0  -0.0 ";
+  // Once directly from the appear sequence, once from showing the colour.
+  EXPECT_EQ(view_.count(texts), 2);
+  EXPECT_EQ(photoshopPushes(), 0);
+  EXPECT_TRUE(launches().isEmpty());
+  EXPECT_EQ(record().counter_device, 0);
+  EXPECT_EQ(record().counter_screen, 0);
+  EXPECT_EQ(record().vender, "Vandu");
+  EXPECT_EQ(record().app, "TW+V");
+  EXPECT_EQ(record().version, QString::fromLatin1(kVersion));
+  EXPECT_EQ(panel_->apiLogger().parentCommander.load(), &panel_->commander());
+  EXPECT_EQ(panel_->currentColorStruct()->colorHex, "FAFAFA");
+}
+
+TEST_F(PanelLogicTest, TheSamePenColourTwiceIsShownTwiceButPushedAndCountedOnce) {
+  panel_->appear();
+  const ColorStruct colour = ColorStruct::fromChannels(18, 52, 86);
+  postPenColour(colour);
+  postPenColour(colour);
+  ASSERT_TRUE(waitFor([&] { return view_.count("color #123456") == 2; }));
+  EXPECT_EQ(photoshopPushes(), 1);
+  EXPECT_EQ(launches().size(), 1);
+  EXPECT_EQ(record().counter_device, 1);
+  EXPECT_EQ(record().colors_device, ",#123456");
+  QFile script(home_.path() + "/data/Tintwell/colorScriptPS.jsx");
+  ASSERT_TRUE(script.open(QIODevice::ReadOnly));
+  EXPECT_EQ(script.readAll(),
+            "app.foregroundColor.rgb.red = 18;app.foregroundColor.rgb.green = 52;"
+            "app.foregroundColor.rgb.blue = 86;app.backgroundColor.rgb.red = 18;"
+            "app.backgroundColor.rgb.green = 52;app.backgroundColor.rgb.blue = 86;");
+}
+
+TEST_F(PanelLogicTest, SameChannelsInAnotherColourSpaceAreBothTreatedAsNew) {
+  panel_->appear();
+  const ColorStruct pen = ColorStruct::fromChannels(18, 52, 86);
+  ColorStruct screen = pen;
+  screen.color = pen.color.toHsv();  // equal channels, unequal platform colours
+  ASSERT_NE(pen.color, screen.color);
+  postPenColour(pen);
+  postPenColour(screen);
+  ASSERT_TRUE(waitFor([&] { return view_.count("color #123456") == 2; }));
+  EXPECT_EQ(photoshopPushes(), 2);
+  EXPECT_EQ(record().counter_device, 2);
+}
+
+TEST_F(PanelLogicTest, EveryColourPrintsItsHexLine) {
+  testing::internal::GetCapturedStdout();
+  testing::internal::CaptureStdout();
+  panel_->appear();
+  postPenColour(ColorStruct::fromChannels(255, 128, 0));
+  ASSERT_TRUE(waitFor([&] { return view_.count("color #FF8000") == 1; }));
+  const std::string out = testing::internal::GetCapturedStdout();
+  testing::internal::CaptureStdout();
+  EXPECT_NE(out.find("FAFAFA\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("FF8000\n"), std::string::npos) << out;
+}
+
+TEST_F(PanelLogicTest, ColoursFromThePenThreadAndTheMainThreadAreEachPushedAndCounted) {
+  panel_->appear();
+  QThread* pen = QThread::create([&] {
+    for (int i = 0; i < 20; ++i) postPenColour(ColorStruct::fromChannels(i, 0, 0));
+  });
+  pen->start();
+  for (int i = 0; i < 20; ++i) postPenColour(ColorStruct::fromChannels(0, i + 1, 0));
+  pen->wait();
+  delete pen;
+  // Colours from the two sources alternate unpredictably; a colour repeated
+  // back to back is skipped, so count what reached the bridge against what was
+  // counted: both saw exactly the accepted colours.
+  EXPECT_EQ(photoshopPushes(), record().counter_device);
+  EXPECT_GE(record().counter_device, 20);
+}
+
+class BatteryName : public ::testing::TestWithParam<std::pair<qint64, const char*>> {};
+
+TEST_P(BatteryName, LevelSelectsItsImage) {
+  EXPECT_EQ(PanelLogic::batteryImageName(GetParam().first), QString::fromLatin1(GetParam().second));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, BatteryName,
+                         ::testing::Values(std::pair<qint64, const char*>{0, "10"},
+                                           std::pair<qint64, const char*>{9, "10"},
+                                           std::pair<qint64, const char*>{10, "20"},
+                                           std::pair<qint64, const char*>{55, "60"},
+                                           std::pair<qint64, const char*>{89, "90"},
+                                           std::pair<qint64, const char*>{90, "100"},
+                                           std::pair<qint64, const char*>{100, "100"},
+                                           std::pair<qint64, const char*>{101, "50"},
+                                           std::pair<qint64, const char*>{-1, "50"}),
+                         [](const auto& info) {
+                           const qint64 level = info.param.first;
+                           return (level < 0 ? "minus" : "level") +
+                                  std::to_string(level < 0 ? -level : level);
+                         });
+
+TEST_F(PanelLogicTest, ConnectionShowsBtOnAndTheBatteryWithTheFirstImageThreeSecondsLater) {
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return view_.count("connection BT on") == 1; }));
+  EXPECT_EQ(view_.count("battery shown"), 1);
+  EXPECT_EQ(panel_->activeBatteryTimers(), 1);
+  // No battery characteristic is known: level 0 shows "10". It comes from the
+  // 3 s step (30 ms here), long before the first 180 s tick (1.8 s here).
+  QDeadlineTimer sinceConnection;
+  sinceConnection.setRemainingTime(scaledMs(180.0));
+  ASSERT_TRUE(waitFor([&] { return view_.count("battery 10") == 1; }, 1000));
+  EXPECT_FALSE(sinceConnection.hasExpired());
+}
+
+TEST_F(PanelLogicTest, TwoConnectionsLeaveTwoTimersAndADisconnectionStopsOnlyTheLast) {
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return panel_->activeBatteryTimers() == 2; }));
+  postFromPenThread(notification::disconnected(), QStringLiteral("Device Disconnected"));
+  ASSERT_TRUE(waitFor([&] { return view_.count("connection BT off") == 1; }));
+  EXPECT_EQ(view_.count("battery hidden"), 1);
+  EXPECT_EQ(panel_->activeBatteryTimers(), 1);
+  EXPECT_FALSE(panel_->batteryTimer()->isActive());
+  // The leaked timer keeps refreshing the image.
+  const int before = view_.count("battery 10");
+  spin(scaledMs(180.0) + 500);
+  EXPECT_GT(view_.count("battery 10"), before);
+}
+
+TEST_F(PanelLogicTest, AfterTheWindowDisappearsTheBatteryIsNoLongerRefreshed) {
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return view_.count("battery 10") == 1; }));
+  panel_->viewDidDisappear();
+  EXPECT_EQ(panel_->activeBatteryTimers(), 0);
+  spin(scaledMs(180.0) + 300);
+  EXPECT_EQ(view_.count("battery 10"), 1);
+}
+
+TEST_F(PanelLogicTest, ArmingAScreenPickCountsTheNextColourAsAScreenColour) {
+  panel_->appear();
+  panel_->armScreenPickCount();
+  NotificationCenter::defaultCenter().post(
+      notification::newColor(), ColorStruct::fromChannels(1, 2, 3),
+      UserInfo{{notification::quillaKey(), QStringLiteral("NewScreenColor")}});
+  postPenColour(ColorStruct::fromChannels(4, 5, 6));
+  EXPECT_EQ(record().colors_screen, ",#010203");
+  EXPECT_EQ(record().colors_device, ",#040506");
+}
+
+TEST(PanelLogicDeathTest, ANewColourWithoutAColorStructStopsTheProcess) {
+  app();
+  RecordingView view;
+  NoAnswer answer;
+  PanelParts parts;
+  parts.central = [](pen::CentralDelegate* d, QThread* q) {
+    return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
+  };
+  parts.host = std::make_shared<WineHostDescription>(
+      std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{}));
+  parts.transport = std::make_shared<IdleTransport>();
+  PanelLogic panel(view, answer, std::move(parts));
+  Notification note{notification::newColor(), qint64{7}, std::nullopt};
+  EXPECT_DEATH(panel.newColorReceivedWithNotification(note), "no ColorStruct");
+}
+
+}  // namespace
+}  // namespace tw
