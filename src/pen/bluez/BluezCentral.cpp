@@ -70,6 +70,26 @@ bool isChildOf(const QString& path, const QString& parent) {
          path.indexOf(QLatin1Char('/'), parent.size() + 1) < 0;
 }
 
+// Drops properties whose type is not the one BlueZ documents, so a malformed
+// value never replaces a good one.
+QVariantMap wellTyped(const QVariantMap& props) {
+  static const QHash<QString, int> expected{{QStringLiteral("Powered"), QMetaType::Bool},
+                                            {QStringLiteral("Connected"), QMetaType::Bool},
+                                            {QStringLiteral("ServicesResolved"), QMetaType::Bool},
+                                            {QStringLiteral("Address"), QMetaType::QString},
+                                            {QStringLiteral("Name"), QMetaType::QString},
+                                            {QStringLiteral("UUID"), QMetaType::QString},
+                                            {QStringLiteral("UUIDs"), QMetaType::QStringList},
+                                            {QStringLiteral("Value"), QMetaType::QByteArray},
+                                            {QStringLiteral("Percentage"), QMetaType::UChar}};
+  QVariantMap result;
+  for (auto it = props.constBegin(); it != props.constEnd(); ++it) {
+    const auto type = expected.constFind(it.key());
+    if (type == expected.constEnd() || it->metaType().id() == *type) result.insert(it.key(), *it);
+  }
+  return result;
+}
+
 // a{sa{sv}}, already checked by signature.
 Interfaces readInterfaces(const QDBusArgument& arg) {
   Interfaces result;
@@ -80,7 +100,7 @@ Interfaces readInterfaces(const QDBusArgument& arg) {
     arg.beginMapEntry();
     arg >> name >> props;
     arg.endMapEntry();
-    result.insert(name, props);
+    result.insert(name, wellTyped(props));
   }
   arg.endMap();
   return result;
@@ -111,7 +131,10 @@ struct BluezShared {
   BluezWorker* worker = nullptr;  // likewise
   bool present = false;
   QMap<QString, Interfaces> objects;  // the mirror, in path order
+  // The scan in force. A stop takes effect when BlueZ has answered it, so
+  // discoveries already on their way are still reported.
   std::optional<std::optional<QList<QUuid>>> scan;
+  quint64 scanGeneration = 0;
   bool discoveryStarted = false;
   QHash<QString, Link> links;
   QHash<QString, std::optional<QByteArray>> values;                         // by path
@@ -328,13 +351,21 @@ class BluezWorker : public QObject {
     call(adapter, kAdapter, QStringLiteral("SetDiscoveryFilter"), {filter});
     call(adapter, kAdapter, QStringLiteral("StartDiscovery"), {});
   }
-  void stopScan() {
+  void stopScan(quint64 generation) {
     QString adapter;
     {
       std::lock_guard lock(shared_->mutex);
       adapter = shared_->adapterPath();
     }
-    if (!adapter.isEmpty()) call(adapter, kAdapter, QStringLiteral("StopDiscovery"), {});
+    const auto stopped = [this, generation](const QDBusMessage&) {
+      std::lock_guard lock(shared_->mutex);
+      if (shared_->scanGeneration == generation) shared_->scan.reset();
+    };
+    if (adapter.isEmpty()) {
+      stopped(QDBusMessage());
+      return;
+    }
+    call(adapter, kAdapter, QStringLiteral("StopDiscovery"), {}, stopped);
   }
   void connectDevice(const std::shared_ptr<BluezPeripheral>& peripheral) {
     call(
@@ -489,7 +520,7 @@ class BluezWorker : public QObject {
     if (message.signature() != QLatin1String("sa{sv}as")) return;
     const QString path = message.path();
     const QString interface = message.arguments().value(0).toString();
-    const QVariantMap changed = qdbus_cast<QVariantMap>(message.arguments().value(1));
+    const QVariantMap changed = wellTyped(qdbus_cast<QVariantMap>(message.arguments().value(1)));
     const QStringList invalidated = message.arguments().value(2).toStringList();
     enum class Then { Nothing, State, Connected, Disconnected, Value } then = Then::Nothing;
     bool discovered = false;
@@ -633,7 +664,10 @@ class BluezWorker : public QObject {
   void reportState() {
     {
       std::lock_guard lock(shared_->mutex);
-      if (shared_->stateCode() != CentralManager::kPoweredOn) shared_->scan.reset();
+      if (shared_->stateCode() != CentralManager::kPoweredOn) {
+        shared_->scan.reset();
+        shared_->discoveryStarted = false;
+      }
     }
     delegate_->centralManagerDidUpdateState(*central_);
   }
@@ -767,15 +801,16 @@ void BluezCentral::scanForPeripheralsWithServices(const std::optional<QList<QUui
   std::lock_guard lock(shared_->mutex);
   if (shared_->stateCode() != kPoweredOn) return;
   shared_->scan = services;
+  ++shared_->scanGeneration;
   shared_->discoveryStarted = true;
   shared_->post(shared_, [services](BluezWorker& w) { w.scan(services); });
 }
 
 void BluezCentral::stopScan() {
   std::lock_guard lock(shared_->mutex);
-  shared_->scan.reset();
   if (!std::exchange(shared_->discoveryStarted, false)) return;
-  shared_->post(shared_, [](BluezWorker& w) { w.stopScan(); });
+  const quint64 generation = shared_->scanGeneration;
+  shared_->post(shared_, [generation](BluezWorker& w) { w.stopScan(generation); });
 }
 
 void BluezCentral::connectPeripheral(const PeripheralPtr& peripheral) {

@@ -22,7 +22,8 @@ class BluezWorker;
 //   hexadecimal digits, upper case.
 // - Scan: SetDiscoveryFilter (UUIDs when given, Transport "le"), StartDiscovery;
 //   discoveries are Device1 objects added, or updated in an advertisement
-//   property, while the scan runs. stopScan sends StopDiscovery when a scan runs.
+//   property, while the scan runs. stopScan sends StopDiscovery when a scan runs;
+//   discoveries already on their way count until BlueZ has answered the stop.
 // - Connect: Device1.Connect with no reply time-out; connected when Connected
 //   turns true while the request is out, or at once when the request succeeds
 //   on a device that was connected already.
