@@ -413,21 +413,22 @@ TEST_F(CoreQuillaDataTest, BatteryBeforeTheCharacteristicIsKnownIsZeroAndSilent)
 TEST_F(CoreQuillaDataTest, BatteryReportsThePreviousReadAndStartsTheNext) {
   auto spec = penSpec(kPenA, std::nullopt);
   connectPen(spec);
+  ASSERT_TRUE(waitFor([&] { return quilla_->currentBatteryCharacteristic() != nullptr; }));
+  drain();  // the read issued at discovery is answered (no value yet)
+  sim_->holdReads(true);
   sim_->setRemoteValue(pen_, batteryLevelCharUUID(), QByteArray::fromHex("64"));
-  // The read issued at discovery may not have been answered with 0x64: read once.
-  ASSERT_TRUE(waitForCall(QStringLiteral("readValue 2A19")));
-  drain();
-  quilla_->getBatteryLevel();
-  drain();
-  EXPECT_EQ(quilla_->getBatteryLevel(), 100);
-  EXPECT_TRUE(out_.lines().contains(QStringLiteral("Batter Level: 100 %")));
+  EXPECT_EQ(quilla_->getBatteryLevel(), 0);  // stored value still absent
+  sim_->answerReads();
   drain();
   sim_->setRemoteValue(pen_, batteryLevelCharUUID(), QByteArray::fromHex("C8"));
-  EXPECT_EQ(quilla_->getBatteryLevel(), 100);  // one read behind
+  EXPECT_EQ(quilla_->getBatteryLevel(), 100);  // the previous read
+  EXPECT_TRUE(out_.lines().contains(QStringLiteral("Batter Level: 100 %")));
+  sim_->answerReads();
   drain();
   EXPECT_EQ(quilla_->getBatteryLevel(), 200);  // not clamped
   EXPECT_EQ(quilla_->currentBatteryLevel(), std::optional<qint64>(200));
   EXPECT_TRUE(out_.lines().contains(QStringLiteral("Batter Level: 200 %")));
+  EXPECT_EQ(sim_->calls().count(QStringLiteral("readValue 2A19")), 4);
 }
 
 TEST_F(CoreQuillaDataTest, BatteryWithAnAbsentStoredValueIsZeroButPrinted) {

@@ -124,7 +124,7 @@ class SimPeripheral : public Peripheral, public std::enable_shared_from_this<Sim
   void readValue(const CharacteristicPtr& characteristic) override {
     central_->record(QStringLiteral("readValue ") + shortUuidText(characteristic->uuid()));
     auto self = shared_from_this();
-    central_->queue_->post([self, characteristic] {
+    central_->answerRead([self, characteristic] {
       auto sim = std::static_pointer_cast<SimCharacteristic>(characteristic);
       sim->setValue(sim->remote());
       if (PeripheralDelegate* d = self->delegate()) d->peripheralDidUpdateValue(self, sim);
@@ -182,6 +182,31 @@ SimulatedCentral::~SimulatedCentral() { delete queue_; }
 bool SimulatedCentral::takeFailure() {
   std::lock_guard lock(mutex_);
   return std::exchange(failNextDiscovery_, false);
+}
+
+void SimulatedCentral::answerRead(std::function<void()> answer) {
+  {
+    std::lock_guard lock(mutex_);
+    if (holdReads_) {
+      heldReads_.push_back(std::move(answer));
+      return;
+    }
+  }
+  queue_->post(std::move(answer));
+}
+
+void SimulatedCentral::holdReads(bool hold) {
+  std::lock_guard lock(mutex_);
+  holdReads_ = hold;
+}
+
+void SimulatedCentral::answerReads() {
+  std::vector<std::function<void()>> held;
+  {
+    std::lock_guard lock(mutex_);
+    held.swap(heldReads_);
+  }
+  for (auto& answer : held) queue_->post(std::move(answer));
 }
 
 PeripheralPtr SimulatedCentral::addPeripheral(const PeripheralSpec& spec) {

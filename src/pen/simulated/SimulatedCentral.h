@@ -47,6 +47,9 @@ class SimulatedCentral : public CentralManager {
   // The value the next read will return.
   void setRemoteValue(const PeripheralPtr& peripheral, const QUuid& characteristic,
                       const std::optional<QByteArray>& value);
+  // While held, read requests wait for answerReads(), as over a slow radio.
+  void holdReads(bool hold);
+  void answerReads();
   // Makes the next service or characteristic discovery fail (absent list).
   void failNextDiscovery();
   void disconnect(const PeripheralPtr& peripheral);
@@ -69,6 +72,8 @@ class SimulatedCentral : public CentralManager {
   friend class SimPeripheral;
   void record(const QString& call);
   bool takeFailure();
+  // Answers now, or keeps the answer for answerReads() while reads are held.
+  void answerRead(std::function<void()> answer);
   void reportConnected(const std::shared_ptr<SimPeripheral>& peripheral);
 
   CentralDelegate* delegate_;
@@ -77,6 +82,8 @@ class SimulatedCentral : public CentralManager {
   int state_;
   std::optional<std::optional<QList<QUuid>>> scan_;  // absent: not scanning
   bool failNextDiscovery_ = false;
+  bool holdReads_ = false;
+  std::vector<std::function<void()>> heldReads_;
   QStringList calls_;
   std::vector<std::shared_ptr<SimPeripheral>> peripherals_;
 };
