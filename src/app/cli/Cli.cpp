@@ -5,6 +5,7 @@
 
 #include "app/cli/ConvertCommand.h"
 #include "app/cli/CsvCommand.h"
+#include "app/cli/ListenCommand.h"
 #include "common/Version.h"
 
 namespace tw {
@@ -20,6 +21,8 @@ const char* usageText() {
          "  csv [--separator S] [--headers a,b,c] [FILE]\n"
          "                       Read a colour library table (standard input without FILE)\n"
          "                       and print it as JSON.\n"
+         "  listen               Run the pen link without the window; print each new colour's "
+         "hex.\n"
          "  --help               Show this text.\n"
          "  --version            Show the version.\n";
 }
@@ -44,6 +47,7 @@ int runCli(int argc, char** argv) {
   }
   if (std::strcmp(command, "convert") == 0) return runConvertCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "csv") == 0) return runCsvCommand(argc - 2, argv + 2);
+  if (std::strcmp(command, "listen") == 0) return runListenCommand(argc - 2, argv + 2);
   std::fprintf(stderr, "tintwell: unknown command '%s'\n\n%s", command, usageText());
   return 2;
 }

@@ -1,0 +1,162 @@
+// `tintwell listen` as a black box: the real binary against the fake BlueZ on a
+// private bus, with its own settings folder.
+#include <gtest/gtest.h>
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <csignal>
+
+#include "pen/BusFixture.h"
+
+namespace tw {
+namespace {
+
+const QString kPen = QStringLiteral("AA:BB:CC:DD:EE:02");
+const QString kPenId = QStringLiteral("00000000-0000-0000-0000-AABBCCDDEE02");
+
+QString tintwellBin() {
+  const QString fromCtest = qEnvironmentVariable("TINTWELL_BIN");
+  return fromCtest.isEmpty() ? QStringLiteral(TINTWELL_BIN_DEFAULT) : fromCtest;
+}
+
+class Listen {
+ public:
+  Listen(const QString& busAddress, const QString& configHome) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), busAddress);
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
+    env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QStringLiteral("0.1"));
+    process_.setProcessEnvironment(env);
+    process_.start(tintwellBin(), {QStringLiteral("listen")});
+    process_.waitForStarted();
+  }
+  ~Listen() {
+    if (process_.state() != QProcess::NotRunning) {
+      process_.kill();
+      process_.waitForFinished();
+    }
+  }
+  QStringList lines() {
+    out_.append(process_.readAllStandardOutput());
+    QStringList l = QString::fromUtf8(out_).split(QLatin1Char('\n'));
+    l.removeLast();  // the unfinished line, or the empty text after the last newline
+    return l;
+  }
+  bool waitForLine(const QString& line, int ms = 10000) {
+    QDeadlineTimer deadline(ms);
+    while (!lines().contains(line)) {
+      if (deadline.hasExpired() || process_.state() == QProcess::NotRunning) return false;
+      process_.waitForReadyRead(50);
+    }
+    return true;
+  }
+  void signal(int sig) { ::kill(static_cast<pid_t>(process_.processId()), sig); }
+  bool finish(int ms = 10000) { return process_.waitForFinished(ms); }
+  QProcess& process() { return process_; }
+
+ private:
+  QProcess process_;
+  QByteArray out_;
+};
+
+class ListenCommandTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fake_ = std::make_unique<testing::FakeBluez>(
+        bus_.address(), QStringList{QStringLiteral("--pen"), QStringLiteral("QUILLA-Pen 02"),
+                                    QStringLiteral("--interval-ms"), QStringLiteral("0")});
+    ASSERT_TRUE(fake_->ready());
+  }
+  // The colour notifications are on at the fake's end.
+  bool waitForNotify() {
+    QDeadlineTimer deadline(10000);
+    while (
+        !fake_->calls().contains(QStringLiteral("StartNotify ") + kPen + QStringLiteral(" 1F16")))
+      if (deadline.hasExpired()) return false;
+    return true;
+  }
+  QString settingsText() {
+    QFile file(config_.filePath(QStringLiteral("Orlo/Tintwell.conf")));
+    file.open(QIODevice::ReadOnly);
+    return QString::fromUtf8(file.readAll());
+  }
+
+  testing::PrivateBus bus_;
+  QTemporaryDir config_;
+  std::unique_ptr<testing::FakeBluez> fake_;
+};
+
+TEST_F(ListenCommandTest, FirstStartConnectsThroughTheScanAndTheNextThroughTheSavedPen) {
+  {
+    Listen listen(bus_.address(), config_.path());
+    ASSERT_TRUE(
+        listen.waitForLine(QStringLiteral(" 電池 characteristic : <Characteristic UUID = 2A19>")));
+    const QStringList expected{
+        QStringLiteral("init CoreQuilla "),
+        QStringLiteral("FAFAFA"),
+        QStringLiteral("Bluetooth status is POWERED ON"),
+        QStringLiteral("try 招式2 ~ using scan to connect "),
+        QStringLiteral("!!  從招式2 (scanForPeripherals) 來的回應 "),
+        QStringLiteral("QUILLA-Pen 02"),
+        QStringLiteral("身份證id : identifier -  ") + kPenId,
+        QStringLiteral("Peripheral state: disconnected"),
+        QStringLiteral("connected hihi"),
+        QStringLiteral("Peripheral state: connected"),
+        QStringLiteral("我的 Service: <Service UUID = 1801>"),
+        QStringLiteral("我的 Service: <Service UUID = 1F1F>"),
+        QStringLiteral("我的 Service: <Service UUID = 180F>"),
+        QStringLiteral(" 電池 characteristic : <Characteristic UUID = 2A19>")};
+    EXPECT_EQ(listen.lines().mid(0, expected.size()), expected);
+    EXPECT_TRUE(settingsText().contains(QStringLiteral("connectedQuillaID=") + kPenId));
+    listen.signal(SIGINT);
+    ASSERT_TRUE(listen.finish());
+    EXPECT_EQ(listen.process().exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(listen.process().exitCode(), 0);
+  }
+  Listen again(bus_.address(), config_.path());
+  ASSERT_TRUE(again.waitForLine(QStringLiteral("connected hihi")));
+  const QStringList lines = again.lines();
+  const qsizetype on = lines.indexOf(QStringLiteral("Bluetooth status is POWERED ON"));
+  ASSERT_GE(on, 0);
+  EXPECT_EQ(lines.mid(on + 1, 3),
+            (QStringList{QStringLiteral("defaults savedQuillaUUID: ") + kPenId,
+                         QStringLiteral("try 招式1 ~ 取已存檔的 savedQuillaUUID "),
+                         QStringLiteral("connected hihi")}));
+}
+
+TEST_F(ListenCommandTest, EachColourPrintsItsHexAndTheBatteryShowsAfterTheConnection) {
+  Listen listen(bus_.address(), config_.path());
+  ASSERT_TRUE(
+      listen.waitForLine(QStringLiteral(" 電池 characteristic : <Characteristic UUID = 2A19>")));
+  ASSERT_TRUE(waitForNotify());
+  ASSERT_TRUE(fake_->sendColor(kPen, QByteArray::fromHex("01FF8000")));
+  ASSERT_TRUE(listen.waitForLine(QStringLiteral("buffer[0] :  1")));
+  ASSERT_TRUE(listen.waitForLine(QStringLiteral("Batter Level: 100 %")));
+  const QStringList lines = listen.lines();
+  const qsizetype i = lines.indexOf(QStringLiteral("buffer[0] :  1"));
+  // The link's own line, then the observer's.
+  EXPECT_EQ(lines.mid(i + 1, 2), (QStringList{QStringLiteral("FF8000"), QStringLiteral("FF8000")}));
+  listen.signal(SIGTERM);
+  ASSERT_TRUE(listen.finish());
+  EXPECT_EQ(listen.process().exitStatus(), QProcess::NormalExit);
+  EXPECT_EQ(listen.process().exitCode(), 0);
+}
+
+TEST_F(ListenCommandTest, ShortPacketIsAControlledFatalStop) {
+  Listen listen(bus_.address(), config_.path());
+  ASSERT_TRUE(
+      listen.waitForLine(QStringLiteral(" 電池 characteristic : <Characteristic UUID = 2A19>")));
+  ASSERT_TRUE(waitForNotify());
+  ASSERT_TRUE(fake_->sendColor(kPen, QByteArray::fromHex("01FF80")));
+  ASSERT_TRUE(listen.finish());
+  EXPECT_EQ(listen.process().exitStatus(), QProcess::CrashExit);
+  EXPECT_EQ(listen.process().readAllStandardError(),
+            QByteArray("tintwell: fatal: colour packet shorter than 4 bytes\n"));
+  EXPECT_FALSE(listen.lines().contains(QStringLiteral("buffer[0] :  1")));
+}
+
+}  // namespace
+}  // namespace tw
