@@ -23,6 +23,23 @@ bool requireFlag(const std::optional<bool>& flag) {
   return *flag;
 }
 
+// A copy that shares no string data with `text`. Qt's shared string data is
+// counted inside the Qt library, where ThreadSanitizer cannot see the counting,
+// so strings handed across threads are copied whole instead of shared.
+QString unshared(const QString& text) {
+  return text.isNull() ? QString() : QString(text.constData(), text.size());
+}
+
+std::optional<QString> unshared(const std::optional<QString>& text) {
+  return text ? std::optional<QString>(unshared(*text)) : std::nullopt;
+}
+
+ColorStruct unshared(const ColorStruct& color) {
+  ColorStruct copy = color;
+  copy.colorHex = unshared(color.colorHex);
+  return copy;
+}
+
 // The component as plain decimal text: "0", "7", "128", "255".
 QString component(qint64 value) { return QString::number(value); }
 
@@ -187,8 +204,9 @@ void Commander::sendColorToApps() {
 }
 
 void Commander::sendColorToApps(const ColorStruct& color) {
+  const ColorStruct own = unshared(color);
   std::lock_guard lock(mutex_);
-  state_.newColor = color;
+  state_.newColor = own;
   sendLocked();
 }
 
@@ -262,12 +280,13 @@ QString Commander::runShell(const QString& command) const {
 
 ColorStruct Commander::newColor() const {
   std::lock_guard lock(mutex_);
-  return state_.newColor;
+  return unshared(state_.newColor);
 }
 
 void Commander::setNewColor(const ColorStruct& color) {
+  const ColorStruct own = unshared(color);
   std::lock_guard lock(mutex_);
-  state_.newColor = color;
+  state_.newColor = own;
 }
 
 std::shared_ptr<ApplicationRecord> Commander::tempApplicationRecord() const {
@@ -288,7 +307,14 @@ std::shared_ptr<ApplicationRecord> Commander::requireRecord() const {
 
 Commander::State Commander::state() const {
   std::lock_guard lock(mutex_);
-  return state_;
+  State copy = state_;
+  copy.newColor = unshared(state_.newColor);
+  for (auto member :
+       {&State::jfxFilePathPS, &State::jfxFilePathAI, &State::jfxFilePathID, &State::vbsFilePathID,
+        &State::appPathPhotoshop, &State::appPathIllustrator}) {
+    copy.*member = unshared(state_.*member);
+  }
+  return copy;
 }
 
 }  // namespace tw
