@@ -1,5 +1,6 @@
 #include "telemetry/API_Logger.h"
 
+#include <QPointer>
 #include <QThread>
 #include <QTimer>
 #include <QUrl>
@@ -125,11 +126,14 @@ void API_Logger::postUsage(const QString& urlText, const QByteArray& body, API_T
   request.timeoutMs = scaledMs(kRequestTimeoutSeconds);
 
   logLine(QStringLiteral(" API 開始 || Api Type : ") + apiTypeName(type));
-  transport_->post(
-      request, [this, type](std::optional<QByteArray> data, std::optional<UsageResponse> response,
-                            std::optional<QString> error) {
-        handleUsageResponse(data, response, error, type);
-      });
+  // Completions arrive on this object's thread; a sender that is gone by then
+  // has nobody left to renew or answer.
+  transport_->post(request,
+                   [self = QPointer<API_Logger>(this), type](std::optional<QByteArray> data,
+                                                             std::optional<UsageResponse> response,
+                                                             std::optional<QString> error) {
+                     if (self) self->handleUsageResponse(data, response, error, type);
+                   });
 }
 
 void API_Logger::handleUsageResponse(const std::optional<QByteArray>& data,

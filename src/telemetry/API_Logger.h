@@ -39,7 +39,9 @@ class API_Logger : public QObject {
 
   // Starts a session: fresh records, the session's begin stamp, and the
   // repeating 600-second timer (scaled by TINTWELL_TIME_SCALE) on this
-  // object's thread. A second call replaces the timer.
+  // object's thread; the first tick comes a whole period later. The timer only
+  // runs where an event loop can (after the application object exists). A
+  // second call replaces the timer.
   void startLogging();
 
   // Posts both records if any colour was counted: stamps and closes the colour

@@ -6,6 +6,7 @@
 #include <QTcpServer>
 #include <QTimer>
 
+#include "telemetry/Reachability.h"
 #include "telemetry/SenderTestSupport.h"
 
 namespace tw {
@@ -381,6 +382,75 @@ TEST_F(UntrustedSendingTest, CertificateFromAnotherCaIsRefused) {
   pumpFor(200);
   EXPECT_TRUE(server->requests().isEmpty());
   EXPECT_EQ(color().counter_device, 2);
+}
+
+// The impossible states stop the process.
+class SenderFailureTest : public ::testing::Test {
+ protected:
+  SenderFailureTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(SenderFailureTest, TickBeforeStartStopsTheProcess) {
+  EXPECT_DEATH(
+      {
+        API_Logger logger;
+        logger.logWithTimer();
+      },
+      "colour usage record is missing");
+}
+
+TEST_F(SenderFailureTest, SendingWithoutACommanderStopsTheProcess) {
+  if (!Reachability::isConnectedToNetwork()) GTEST_SKIP() << "offline: the send stops earlier";
+  EXPECT_DEATH(
+      {
+        API_Logger logger;
+        logger.startLogging();
+        logger.countColor(250, 250, 250);
+        logger.countColor(1, 2, 3);
+        logger.sendLogs();
+      },
+      "has no commander");
+}
+
+TEST_F(SenderFailureTest, SendingWithoutAnApplicationRecordStopsTheProcess) {
+  if (!Reachability::isConnectedToNetwork()) GTEST_SKIP() << "offline: the send stops earlier";
+  EXPECT_DEATH(
+      {
+        Commander commander;
+        commander.setTempApplicationRecord(nullptr);
+        API_Logger logger;
+        logger.parentCommander = &commander;
+        logger.startLogging();
+        logger.countColor(250, 250, 250);
+        logger.countColor(1, 2, 3);
+        logger.sendLogs();
+      },
+      "application usage record is missing");
+}
+
+TEST_F(SenderFailureTest, APlainHttpAddressStopsTheProcess) {
+  qputenv("TINTWELL_TELEMETRY_URL", "http://localhost:1");
+  EXPECT_DEATH(
+      {
+        API_Logger logger;
+        logger.postUsage(QStringLiteral("/api/color_usage"), "{}", API_Type::colorType);
+      },
+      "not a usable https address");
+}
+
+TEST_F(SenderFailureTest, AnUnparsableAddressStopsTheProcess) {
+  qputenv("TINTWELL_TELEMETRY_URL", "https://bad host:99999");
+  EXPECT_DEATH(
+      {
+        API_Logger logger;
+        logger.postUsage(QStringLiteral("/api/app_usage"), "{}", API_Type::appType);
+      },
+      "not a usable https address");
+}
+
+TEST(ApiType, PrintedFormIsTheCaseName) {
+  EXPECT_EQ(apiTypeName(API_Type::colorType), "colorType");
+  EXPECT_EQ(apiTypeName(API_Type::appType), "appType");
 }
 
 }  // namespace

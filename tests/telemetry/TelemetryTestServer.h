@@ -165,6 +165,11 @@ class TelemetryTestServer {
       if (e.event == QLatin1String("request") && (path.isEmpty() || e.path == path)) out << e;
     return out;
   }
+  // Hands over the events so far and forgets them (for long runs).
+  QList<ServerEvent> takeEvents() {
+    readEvents();
+    return std::exchange(events_, {});
+  }
   bool waitForRequests(int count, int timeoutMs = 20000) {
     return pumpUntil([&] { return requests().size() >= count; }, timeoutMs);
   }
