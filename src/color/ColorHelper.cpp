@@ -98,7 +98,13 @@ void ColorHelper::mouseDownHandler() {
 
 void ColorHelper::sampleScreenColor() {
   if (!mousePos) fatalStop("mousePos is absent");
-  const std::optional<QColor> sampled = backend_.sampler->colorAt(*mousePos);
+  backend_.sampler->sample(*mousePos,
+                           [self = QPointer<ColorHelper>(this)](std::optional<QColor> sampled) {
+                             if (self) self->postSample(sampled);
+                           });
+}
+
+void ColorHelper::postSample(const std::optional<QColor>& sampled) {
   if (!sampled || !sampled->isValid()) fatalStop("screen capture failed");
 
   // Components in double from QColor's 16-bit channels (redF() is a float):

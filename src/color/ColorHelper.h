@@ -45,10 +45,14 @@ class PointerSource {
 // Reads one device pixel of the screen.
 class ScreenSampler {
  public:
+  using Completion = std::function<void(std::optional<QColor>)>;
   virtual ~ScreenSampler() = default;
-  // Colour of the device pixel whose top-left-origin coordinates are `at`
-  // (fractions truncated). nullopt when the capture fails.
-  virtual std::optional<QColor> colorAt(QPointF at) = 0;
+  // Reads the device pixel whose top-left-origin coordinates are `at`
+  // (fractions truncated) and calls `done` with its colour, or with nullopt
+  // when the capture fails. `done` runs exactly once on the main thread,
+  // before sample() returns or later: a backend may first let the screen
+  // settle, so that windows just closed (the picking window) are gone from it.
+  virtual void sample(QPointF at, Completion done) = 0;
 };
 
 struct ScreenBackend {
@@ -125,7 +129,8 @@ class ColorHelper : public QObject {
   // disarms and samples. Does nothing when not armed.
   void mouseDownHandler();
   // Samples the pixel at mousePos and posts it as "Notification_New_Color"
-  // with {"Quilla": "NewScreenColor"}.
+  // with {"Quilla": "NewScreenColor"}, when the sampler has it (see
+  // ScreenSampler::sample). A failed capture stops the process.
   void sampleScreenColor();
 
   // The height in device pixels of the display the sampler reads; what the
@@ -133,6 +138,8 @@ class ColorHelper : public QObject {
   qint64 mainDisplayPixelsHigh() const;
 
  private:
+  void postSample(const std::optional<QColor>& sampled);
+
   ScreenBackend backend_;
 };
 

@@ -84,6 +84,29 @@ TEST_F(ColorHelperTest, TwoInstalledMonitorsStillPickOncePerArming) {
   EXPECT_EQ(recorder.newColors.size(), 1u);
 }
 
+TEST_F(ColorHelperTest, ClickWhileASampleIsPendingDoesNotPickAgain) {
+  sampler->deferred = true;
+  helper->installMonitor();
+  helper->bPickScreenColor = true;
+  monitor->click();
+  EXPECT_TRUE(recorder.newColors.empty());  // the sampler has not answered yet
+  monitor->click();
+  sampler->finish();
+  EXPECT_EQ(sampler->reads.size(), 1u);
+  EXPECT_EQ(recorder.mouseDowns.size(), 1u);
+  EXPECT_EQ(recorder.newColors.size(), 1u);
+}
+
+TEST_F(ColorHelperTest, SampleArrivingAfterTheHelperIsGonePostsNothing) {
+  sampler->deferred = true;
+  helper->installMonitor();
+  helper->bPickScreenColor = true;
+  monitor->click();
+  helper.reset();
+  sampler->finish();
+  EXPECT_TRUE(recorder.newColors.empty());
+}
+
 TEST_F(ColorHelperTest, EachArmingPicksAgain) {
   helper->installMonitor();
   for (int i = 0; i < 3; ++i) {

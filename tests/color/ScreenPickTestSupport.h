@@ -35,10 +35,20 @@ struct FakeSampler : ScreenSampler {
   std::optional<QColor> color = QColor::fromRgb(10, 20, 30);
   std::vector<QPointF> reads;
   std::vector<QString>* events = nullptr;  // shared order log, if set
-  std::optional<QColor> colorAt(QPointF at) override {
+  bool deferred = false;                   // hold completions until finish()
+  std::vector<Completion> pending;
+  void sample(QPointF at, Completion done) override {
     reads.push_back(at);
     if (events) events->push_back(QStringLiteral("sample"));
-    return color;
+    if (deferred)
+      pending.push_back(std::move(done));
+    else
+      done(color);
+  }
+  void finish() {
+    auto held = std::move(pending);
+    pending.clear();
+    for (auto& done : held) done(color);
   }
 };
 

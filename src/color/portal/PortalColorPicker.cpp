@@ -36,7 +36,7 @@ QPointF PortalColorPicker::mouseLocation() {
   return QPointF(0, static_cast<double>(mainDisplayPixelsHigh()));
 }
 
-std::optional<QColor> PortalColorPicker::colorAt(QPointF) { return picked_; }
+void PortalColorPicker::sample(QPointF, Completion done) { done(picked_); }
 
 void PortalColorPicker::listenOn(const QString& requestPath) {
   requestPath_ = requestPath;

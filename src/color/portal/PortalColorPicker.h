@@ -31,8 +31,9 @@ class PortalColorPicker : public QObject,
   void pickArmed() override;
   QPointF mouseLocation() override;
   qint64 mainDisplayPixelsHigh() override;
-  // The colour of the last answered PickColor; nullopt before the first one.
-  std::optional<QColor> colorAt(QPointF at) override;
+  // The colour of the last answered PickColor (nullopt before the first one),
+  // at once.
+  void sample(QPointF at, Completion done) override;
 
  private Q_SLOTS:
   void onResponse(uint response, const QVariantMap& results);

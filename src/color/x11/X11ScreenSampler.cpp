@@ -1,5 +1,6 @@
 #include "color/x11/X11ScreenSampler.h"
 
+#include <QTimer>
 #include <cmath>
 
 // Xlib after Qt: its macros (Bool, Status, None) clash with Qt headers.
@@ -26,6 +27,14 @@ int channel(unsigned long pixel, unsigned long mask) {
 
 X11ScreenSampler::X11ScreenSampler(std::shared_ptr<X11Connection> connection)
     : connection_(std::move(connection)) {}
+
+void X11ScreenSampler::sample(QPointF at, Completion done) {
+  // Let the server see the picking window's unmap first.
+  syncQtConnection();
+  QTimer::singleShot(kSettleMs, [connection = connection_, at, done = std::move(done)] {
+    done(X11ScreenSampler(connection).colorAt(at));
+  });
+}
 
 std::optional<QColor> X11ScreenSampler::colorAt(QPointF at) {
   Display* display = connection_->display();

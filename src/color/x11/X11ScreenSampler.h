@@ -14,8 +14,16 @@ class X11Connection;
 // (0, 0); Qt's grab takes logical coordinates and would round.
 class X11ScreenSampler : public ScreenSampler {
  public:
+  // How long the screen gets to settle before the read: windows that the
+  // picking window covered repaint what X did not keep (without a compositor
+  // nothing keeps covered pixels; with one, it repaints a frame later).
+  static constexpr int kSettleMs = 100;
+
   explicit X11ScreenSampler(std::shared_ptr<X11Connection> connection);
-  std::optional<QColor> colorAt(QPointF at) override;
+  // Reads after kSettleMs, in the main event loop (no nested loop).
+  void sample(QPointF at, Completion done) override;
+  // The read itself, at once.
+  std::optional<QColor> colorAt(QPointF at);
 
  private:
   std::shared_ptr<X11Connection> connection_;

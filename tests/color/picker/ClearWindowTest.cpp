@@ -1,0 +1,124 @@
+#include "color/picker/ClearWindow.h"
+
+#include <gtest/gtest.h>
+
+#include <QGuiApplication>
+#include <QPointer>
+#include <QScreen>
+
+#include "app/NotificationCenter.h"
+#include "app/Notifications.h"
+#include "color/ColorHelper.h"
+#include "color/picker/ClearViewVC.h"
+#include "color/picker/DropperCursor.h"
+#include "color/picker/OffscreenApp.h"
+
+namespace tw {
+namespace {
+
+void postMouseDown() {
+  NotificationCenter::defaultCenter().post(
+      notification::mouseDown(), {}, UserInfo{{QStringLiteral("Mouse"), QStringLiteral("Down")}});
+}
+
+class ClearWindowTest : public ::testing::Test {
+ protected:
+  void SetUp() override { testing::offscreenApp(); }
+  void TearDown() override {
+    delete window.data();
+    testing::settle();
+  }
+  ClearWindow* open() {
+    window = ClearWindow::windowWithContentViewController(new ClearViewVC);
+    return window;
+  }
+  QPointer<ClearWindow> window;
+};
+
+TEST_F(ClearWindowTest, IsFramelessOnTopAndTransparentForInput) {
+  const Qt::WindowFlags flags = open()->windowFlags();
+  EXPECT_TRUE(flags.testFlag(Qt::FramelessWindowHint));
+  EXPECT_TRUE(flags.testFlag(Qt::WindowStaysOnTopHint));
+  EXPECT_TRUE(flags.testFlag(Qt::WindowTransparentForInput));
+  EXPECT_TRUE(window->testAttribute(Qt::WA_TranslucentBackground));
+  EXPECT_TRUE(window->testAttribute(Qt::WA_DeleteOnClose));
+}
+
+TEST_F(ClearWindowTest, BackgroundIsWhiteAtAlphaOneThousandth) {
+  const QColor background = ClearWindow::backgroundColor();
+  EXPECT_EQ(background.redF(), 1.0f);
+  EXPECT_EQ(background.greenF(), 1.0f);
+  EXPECT_EQ(background.blueF(), 1.0f);
+  EXPECT_NEAR(background.alphaF(), 0.001, 0.0001);
+  EXPECT_GT(background.alphaF(), 0.0f);
+}
+
+TEST_F(ClearWindowTest, ContentIsTheGivenControllerAndFollowsTheWindow) {
+  auto* content = new ClearViewVC;
+  window = ClearWindow::windowWithContentViewController(content);
+  EXPECT_EQ(window->contentViewController(), content);
+  EXPECT_EQ(content->parentWidget(), window.data());
+}
+
+TEST_F(ClearWindowTest, CoversThePrimaryScreenWhenShown) {
+  open()->orderFrontEvenWithoutCompositor();
+  EXPECT_TRUE(window->isVisible());
+  EXPECT_EQ(window->geometry(), QGuiApplication::primaryScreen()->geometry());
+}
+
+TEST_F(ClearWindowTest, WithoutCompositorTheWindowStaysUnshown) {
+  ASSERT_FALSE(pickingWindowCanBeShown());  // offscreen, no X server
+  ::testing::internal::CaptureStdout();
+  open()->makeKeyAndOrderFront();
+  window->showWindow();
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  EXPECT_FALSE(window->isVisible());
+  EXPECT_NE(out.find("no compositor: the picking window stays unshown"), std::string::npos);
+}
+
+TEST_F(ClearWindowTest, MouseDownBringsBackTheMainWindowAndClosesItself) {
+  QWidget mainWindow;
+  mainWindow.show();
+  mainWindow.close();
+  ASSERT_FALSE(mainWindow.isVisible());
+  open()->appMainWindow = &mainWindow;
+  window->orderFrontEvenWithoutCompositor();
+
+  ::testing::internal::CaptureStdout();
+  postMouseDown();
+  // All of it before the post returns: the screen is read right after.
+  EXPECT_TRUE(mainWindow.isVisible());
+  EXPECT_FALSE(window && window->isVisible());
+  testing::settle();
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(window.isNull());
+  EXPECT_EQ(out, "down down\nI'm closed!\n");
+}
+
+TEST_F(ClearWindowTest, UnshownWindowIsAlsoClosedByTheMouseDown) {
+  open()->makeKeyAndOrderFront();
+  postMouseDown();
+  testing::settle();
+  EXPECT_TRUE(window.isNull());
+}
+
+TEST_F(ClearWindowTest, MouseDownRestoresTheCursor) {
+  open();
+  setDropperCursor();
+  ASSERT_NE(QGuiApplication::overrideCursor(), nullptr);
+  postMouseDown();
+  EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);
+}
+
+TEST_F(ClearWindowTest, ObserverOfAClosedWindowDoesNothing) {
+  open();
+  postMouseDown();
+  testing::settle();
+  ASSERT_TRUE(window.isNull());
+  ::testing::internal::CaptureStdout();
+  postMouseDown();
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+}
+
+}  // namespace
+}  // namespace tw

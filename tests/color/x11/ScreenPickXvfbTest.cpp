@@ -1,0 +1,247 @@
+// The X11 backend end to end: a real Xvfb, the real probe application with
+// the platform backend, real clicks from xdotool.
+#include <gtest/gtest.h>
+
+#include <QDeadlineTimer>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include "color/x11/XvfbServer.h"
+
+// Readable failure messages.
+inline void PrintTo(const QString& text, std::ostream* os) {
+  *os << '"' << text.toStdString() << '"';
+}
+
+namespace tw {
+namespace {
+
+using testing::XvfbServer;
+
+class Probe {
+ public:
+  Probe(const XvfbServer& server, const QStringList& args, bool scale2 = false) {
+    QProcessEnvironment env = server.environment();
+    if (scale2) env.insert(QStringLiteral("QT_SCALE_FACTOR"), QStringLiteral("2"));
+    process_.setProcessEnvironment(env);
+    process_.setProcessChannelMode(QProcess::SeparateChannels);
+    process_.start(QStringLiteral(PROBE_PATH), args);
+    process_.waitForStarted();
+  }
+  ~Probe() {
+    process_.write("quit\n");
+    if (!process_.waitForFinished(5000)) process_.kill();
+    process_.waitForFinished(5000);
+  }
+
+  // Waits until a line starting with `prefix` arrives after the lines seen so
+  // far; true when it did.
+  bool waitFor(const QString& prefix, int ms = 15000) {
+    QDeadlineTimer deadline(ms);
+    while (true) {
+      for (; next_ < lines_.size(); ++next_)
+        if (lines_[next_].startsWith(prefix)) {
+          ++next_;
+          return true;
+        }
+      if (deadline.hasExpired() || process_.state() != QProcess::Running) return false;
+      process_.waitForReadyRead(static_cast<int>(qMax<qint64>(1, deadline.remainingTime())));
+      buffer_ += process_.readAllStandardOutput();
+      qsizetype end;
+      while ((end = buffer_.indexOf('\n')) >= 0) {
+        lines_.push_back(QString::fromUtf8(buffer_.left(end)));
+        buffer_.remove(0, end + 1);
+      }
+    }
+  }
+  void send(const QByteArray& command) {
+    process_.write(command + '\n');
+    process_.waitForBytesWritten(2000);
+  }
+  int count(const QString& prefix) const {
+    int n = 0;
+    for (const QString& line : lines_) n += line.startsWith(prefix);
+    return n;
+  }
+  QStringList matching(const QString& prefix) const {
+    QStringList found;
+    for (const QString& line : lines_)
+      if (line.startsWith(prefix)) found << line;
+    return found;
+  }
+  QString all() const { return lines_.join(QLatin1Char('\n')); }
+
+ private:
+  QProcess process_;
+  QByteArray buffer_;
+  QStringList lines_;
+  qsizetype next_ = 0;
+};
+
+void click(const XvfbServer& server, int x, int y) {
+  int code = -1;
+  server.run(QStringLiteral("xdotool"),
+             {QStringLiteral("mousemove"), QString::number(x), QString::number(y),
+              QStringLiteral("click"), QStringLiteral("1")},
+             &code);
+  ASSERT_EQ(code, 0);
+}
+
+TEST(ScreenPickXvfb, ArmedClickPostsTheColourUnderThePointerOnce) {
+  XvfbServer server;
+  ASSERT_TRUE(server.isRunning());
+  Probe probe(server, {"--at", "100,100,200,150", "--fill", "12,34,56", "--arm"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  click(server, 150, 160);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("NEW_COLOR"), QStringList{"NEW_COLOR 12 34 56 0C2238 NewScreenColor"});
+  EXPECT_EQ(probe.count("MOUSE_DOWN"), 1);
+  EXPECT_EQ(probe.matching("HEIGHT"), QStringList{"HEIGHT 600"});
+  // The pointer at row 160 of 600: bottom-left y 440, flipped back to 160.
+  EXPECT_EQ(probe.matching("Helper mouseLocation:"),
+            QStringList{"Helper mouseLocation: 150.0, 440.0"});
+  EXPECT_EQ(probe.matching("Helper mouseLocation2:"),
+            QStringList{"Helper mouseLocation2: 150.0, 160.0 "});
+}
+
+TEST(ScreenPickXvfb, ClickWhileNotArmedDoesNothing) {
+  XvfbServer server;
+  ASSERT_TRUE(server.isRunning());
+  Probe probe(server, {"--at", "100,100,200,150", "--fill", "200,100,50"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  click(server, 150, 160);
+  // CLICK_SEEN comes from a handler added after the picker's: the picker has
+  // had the click by then.
+  ASSERT_TRUE(probe.waitFor("CLICK_SEEN")) << probe.all().toStdString();
+  EXPECT_EQ(probe.count("MOUSE_DOWN"), 0);
+  EXPECT_EQ(probe.count("NEW_COLOR"), 0);
+
+  probe.send("arm");
+  ASSERT_TRUE(probe.waitFor("ARMED"));
+  click(server, 150, 160);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("NEW_COLOR"), QStringList{"NEW_COLOR 200 100 50 C86432 NewScreenColor"});
+}
+
+TEST(ScreenPickXvfb, TwoClicksAfterOneArmingSampleOnce) {
+  XvfbServer server;
+  ASSERT_TRUE(server.isRunning());
+  Probe probe(server, {"--at", "0,0,300,300", "--fill", "1,2,3", "--arm"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  click(server, 10, 10);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  click(server, 20, 20);
+  ASSERT_TRUE(probe.waitFor("CLICK_SEEN"));
+  // Arm once more and pick: anything the second click had started would
+  // have arrived before this pick's colour.
+  probe.send("arm");
+  ASSERT_TRUE(probe.waitFor("ARMED"));
+  click(server, 30, 30);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.count("NEW_COLOR"), 2);
+  EXPECT_EQ(probe.count("MOUSE_DOWN"), 2);
+  EXPECT_EQ(
+      probe.matching("Helper mouseLocation2:"),
+      (QStringList{"Helper mouseLocation2: 10.0, 10.0 ", "Helper mouseLocation2: 30.0, 30.0 "}));
+}
+
+TEST(ScreenPickXvfb, PickingWindowLetsClicksThroughToTheWindowBelow) {
+  XvfbServer server;
+  ASSERT_TRUE(server.isRunning());
+  Probe probe(server, {"--at", "200,150,240,180", "--fill", "90,180,30", "--picker-over"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+
+  // The picking window is mapped, above the target, and covers the click point.
+  const QStringList id = probe.matching("PICKER_WINID");
+  ASSERT_EQ(id.size(), 1);
+  const QString info = QString::fromLocal8Bit(
+      server.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), id[0].section(' ', 1)}));
+  EXPECT_TRUE(info.contains(QStringLiteral("Map State: IsViewable"))) << info.toStdString();
+  EXPECT_TRUE(info.contains(QStringLiteral("Width: 800"))) << info.toStdString();
+  const QString stack = QString::fromLocal8Bit(server.run(
+      QStringLiteral("xwininfo"), {QStringLiteral("-root"), QStringLiteral("-children")}));
+  const qsizetype pickerLine =
+      stack.indexOf(QStringLiteral("0x%1").arg(id[0].section(' ', 1).toULongLong(), 0, 16));
+  const qsizetype targetLine = stack.indexOf(QStringLiteral("240x180+200+150"));
+  ASSERT_GE(pickerLine, 0) << stack.toStdString();
+  ASSERT_GE(targetLine, 0) << stack.toStdString();
+  EXPECT_LT(pickerLine, targetLine) << "children are listed top first\n" << stack.toStdString();
+
+  click(server, 250, 200);
+  ASSERT_TRUE(probe.waitFor("BELOW_PRESS")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("BELOW_PRESS"), QStringList{"BELOW_PRESS 50 50"});
+}
+
+TEST(ScreenPickXvfb, SampleIsTakenAfterThePickingWindowIsGone) {
+  XvfbServer server;
+  ASSERT_TRUE(server.isRunning());
+  // Without a compositor the shown picking window covers the screen in
+  // near-black; the sample must still be the colour below it.
+  Probe probe(server, {"--at", "200,150,240,180", "--fill", "90,180,30", "--picker-over", "--arm"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  click(server, 250, 200);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("NEW_COLOR"), QStringList{"NEW_COLOR 90 180 30 5AB41E NewScreenColor"});
+  EXPECT_EQ(probe.count("down down"), 1);
+  EXPECT_EQ(probe.count("I'm closed!"), 1);
+}
+
+TEST(ScreenPickXvfb, AtDevicePixelRatioTwoThePixelUnderThePointerIsSampled) {
+  XvfbServer server;
+  ASSERT_TRUE(server.isRunning());
+  // Logical 50,50 100x100 is device 100,100 200x200; columns alternate per
+  // device pixel, so a neighbour's pixel would give the other colour.
+  Probe probe(server, {"--at", "50,50,100,100", "--columns", "10,20,30/240,230,220"},
+              /*scale2=*/true);
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("HEIGHT"), QStringList{"HEIGHT 600"});  // device pixels
+
+  probe.send("arm");
+  ASSERT_TRUE(probe.waitFor("ARMED"));
+  click(server, 151, 201);  // odd device column
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  probe.send("arm");
+  ASSERT_TRUE(probe.waitFor("ARMED"));
+  click(server, 152, 201);  // even device column
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("NEW_COLOR"), (QStringList{"NEW_COLOR 240 230 220 F0E6DC NewScreenColor",
+                                                      "NEW_COLOR 10 20 30 0A141E NewScreenColor"}));
+  EXPECT_EQ(probe.matching("Helper mouseLocation2:"),
+            (QStringList{"Helper mouseLocation2: 151.0, 201.0 ",
+                         "Helper mouseLocation2: 152.0, 201.0 "}));
+}
+
+TEST(ScreenPickXvfb, PickOnATallerScreenWhoseOriginIsNotZero) {
+  // One 1280x800 root split into two monitors: the primary 640x480 at (0,0)
+  // and a taller 640x800 one at (640,0). A pointer low on the right-hand
+  // monitor is above the primary's height in bottom-left terms: the flip
+  // rule's absolute value brings back its row.
+  XvfbServer server(
+      {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1280x800x24")});
+  ASSERT_TRUE(server.isRunning());
+  int code = -1;
+  server.run(QStringLiteral("xrandr"),
+             {QStringLiteral("--setmonitor"), QStringLiteral("left"),
+              QStringLiteral("640/170x480/130+0+0"), QStringLiteral("none")},
+             &code);
+  if (code != 0) GTEST_SKIP() << "xrandr cannot define monitors here";
+  server.run(QStringLiteral("xrandr"),
+             {QStringLiteral("--setmonitor"), QStringLiteral("right"),
+              QStringLiteral("640/170x800/210+640+0"), QStringLiteral("none")},
+             &code);
+  ASSERT_EQ(code, 0);
+
+  Probe probe(server, {"--at", "700,600,100,100", "--fill", "77,88,99", "--arm"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("HEIGHT"), QStringList{"HEIGHT 480"});
+  click(server, 710, 650);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("NEW_COLOR"), QStringList{"NEW_COLOR 77 88 99 4D5863 NewScreenColor"});
+  EXPECT_EQ(probe.matching("Helper mouseLocation:"),
+            QStringList{"Helper mouseLocation: 710.0, -170.0"});
+  EXPECT_EQ(probe.matching("Helper mouseLocation2:"),
+            QStringList{"Helper mouseLocation2: 710.0, 650.0 "});
+}
+
+}  // namespace
+}  // namespace tw
