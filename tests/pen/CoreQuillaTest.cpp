@@ -47,9 +47,8 @@ class CoreQuillaTest : public ::testing::Test {
   void start(int state = CentralManager::kPoweredOn,
              const std::function<void(SimulatedCentral&)>& before = {}) {
     quilla_ = std::make_unique<CoreQuilla>([this, state, before](CentralDelegate* d, QThread* q) {
-      auto central = std::make_unique<SimulatedCentral>(d, q, state);
+      auto central = std::make_unique<SimulatedCentral>(d, q, state, before);
       sim_ = central.get();
-      if (before) before(*central);
       return central;
     });
     quilla_->setupCentralManager();
@@ -88,11 +87,19 @@ TEST_F(CoreQuillaTest, CreationTouchesNoBluetooth) {
 }
 
 TEST_F(CoreQuillaTest, SetupPrintsItsLineAndRunsCallbacksOnTheNamedQueue) {
+  std::mutex mutex;
   QString thread;
   start(CentralManager::kPoweredOff);
-  sim_->afterPending([&] { thread = QThread::currentThread()->objectName(); });
-  ASSERT_TRUE(waitFor([&] { return !thread.isEmpty(); }));
-  EXPECT_EQ(thread, QStringLiteral("Orlo.Tintwell"));
+  sim_->afterPending([&] {
+    std::lock_guard lock(mutex);
+    thread = QThread::currentThread()->objectName();
+  });
+  const auto seen = [&] {
+    std::lock_guard lock(mutex);
+    return thread;
+  };
+  ASSERT_TRUE(waitFor([&] { return !seen().isEmpty(); }));
+  EXPECT_EQ(seen(), QStringLiteral("Orlo.Tintwell"));
   EXPECT_EQ(out_.lines().value(0), QStringLiteral("init CoreQuilla "));
 }
 

@@ -29,6 +29,10 @@ class Listen {
     env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
     env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QStringLiteral("0.1"));
+    // Under ThreadSanitizer, leave out Debian's uninstrumented Qt (see TsanDefaults.cpp).
+    if (!env.contains(QStringLiteral("TSAN_OPTIONS")))
+      env.insert(QStringLiteral("TSAN_OPTIONS"),
+                 QStringLiteral("ignore_noninstrumented_modules=1"));
     process_.setProcessEnvironment(env);
     process_.start(tintwellBin(), {QStringLiteral("listen")});
     process_.waitForStarted();

@@ -753,6 +753,13 @@ BluezCentral::~BluezCentral() {
     std::lock_guard lock(shared_->mutex);
     shared_->mailbox = nullptr;
     shared_->worker = nullptr;
+    // The handles point back at the shared state: let go of them here so the
+    // last handle still held elsewhere frees everything.
+    shared_->peripherals.clear();
+    shared_->services.clear();
+    shared_->characteristics.clear();
+    shared_->links.clear();
+    shared_->discoveredChars.clear();
   }
   // The queue thread has ended by now (its owner stops it first), or the
   // deletion is handed to it.

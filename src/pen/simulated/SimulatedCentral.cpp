@@ -171,9 +171,11 @@ class SimPeripheral : public Peripheral, public std::enable_shared_from_this<Sim
   std::vector<CharacteristicPtr> notifying_;
 };
 
-SimulatedCentral::SimulatedCentral(CentralDelegate* delegate, QThread* queue, int initialState)
+SimulatedCentral::SimulatedCentral(CentralDelegate* delegate, QThread* queue, int initialState,
+                                   const std::function<void(SimulatedCentral&)>& prepare)
     : delegate_(delegate), queue_(new Mailbox), state_(initialState) {
   queue_->moveToThread(queue);
+  if (prepare) prepare(*this);
   queue_->post([this] { delegate_->centralManagerDidUpdateState(*this); });
 }
 

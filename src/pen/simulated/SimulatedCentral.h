@@ -32,8 +32,10 @@ class SimulatedCentral : public CentralManager {
     QList<ServiceSpec> services;
   };
 
-  // Reports `initialState` once the queue runs.
-  SimulatedCentral(CentralDelegate* delegate, QThread* queue, int initialState);
+  // Runs `prepare` (to add peripherals), then reports `initialState` once the
+  // queue runs.
+  SimulatedCentral(CentralDelegate* delegate, QThread* queue, int initialState,
+                   const std::function<void(SimulatedCentral&)>& prepare = {});
   ~SimulatedCentral() override;
 
   // Controls.
