@@ -203,6 +203,37 @@ TEST_F(CommanderPushTest, DoubleQuoteInTheApplicationPathIsPassedUnescaped) {
                 WineHostDescription::winePath(env.psScript()) + "\"");
 }
 
+TEST_F(CommanderPushTest, PhotoshopVanishingBetweenListingAndReadingIsNotPushed) {
+  // Photoshop quits after /proc was listed but before its command line is read:
+  // it is skipped, and the Illustrator next to it is still served.
+  auto photoshop = std::make_unique<StandInProcess>(kPhotoshop2021);
+  StandInProcess illustrator(kIllustrator);
+  ASSERT_TRUE(photoshop->ready() && illustrator.ready());
+  const qint64 photoshopPid = photoshop->pid();
+  int scans = 0;
+  auto lister = std::make_shared<ProcApplicationLister>([&] {
+    std::vector<qint64> pids = ProcApplicationLister::currentUserProcessIds();
+    std::erase_if(pids,
+                  [&](qint64 pid) { return pid != photoshopPid && pid != illustrator.pid(); });
+    EXPECT_EQ(pids.size(), scans == 0 ? 2u : 1u);
+    if (scans++ == 0) photoshop->stop();
+    return pids;
+  });
+  Commander vanishing(std::make_shared<WineHostDescription>(lister));
+  vanishing.initScriptFiles();
+  vanishing.sendColorToApps();  // the first colour: no scan
+  testing::internal::CaptureStdout();
+  vanishing.sendColorToApps(ColorStruct::fromChannels(18, 52, 86));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n");
+  EXPECT_EQ(scans, 1);
+  EXPECT_EQ(vanishing.state().bPhotoshopFound, false);
+  EXPECT_FALSE(QFileInfo::exists(env.psScript()));
+  EXPECT_EQ(env.wineCalls(), BridgeEnvironment::expectedCall(kIllustrator, env.aiScript(),
+                                                             illustratorBytes(18, 52, 86)));
+  EXPECT_EQ(vanishing.tempApplicationRecord()->read().PS, 0);
+  EXPECT_EQ(vanishing.tempApplicationRecord()->read().AI, 1);
+}
+
 TEST_F(CommanderPushTest, LauncherPrintingNonUtf8StopsTheProcess) {
   run(kPhotoshop2021);
   writeBytes(env.wineOutput(), "bad \xff\xfe output");
