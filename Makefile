@@ -76,3 +76,10 @@ format-check:
 
 clean:
 	rm -rf build build-asan build-tsan
+
+# The pen link end to end: a private bus, the fake BlueZ with a pen named
+# "QUILLA-Pen 02" sending a colour every second, and `tintwell listen` against
+# it (Ctrl-C ends it; DEMO_SECONDS=N stops it after N seconds).
+.PHONY: demo
+demo: build
+	tools/demo.sh $(BUILD)
