@@ -763,7 +763,6 @@ class FakeBluez : public QDBusVirtualObject {
 
 }  // namespace
 
-Q_DECLARE_METATYPE(InterfaceMap)
 
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
