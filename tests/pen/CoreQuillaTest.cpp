@@ -148,6 +148,18 @@ TEST_F(CoreQuillaTest, WithoutSavedKeyTheScanLineComesAfterTheDelay) {
                                         QStringLiteral("scan 1F1F"), QStringLiteral("scan all")}));
 }
 
+TEST_F(CoreQuillaTest, ProcedureRunsOnTheQueueAndTheFallbackOnTheMainThread) {
+  testing::savePen(canonicalUuidText(kPenB));  // unknown: strategy 1 asks, then the fallback
+  start();
+  ASSERT_TRUE(waitForCall(QStringLiteral("scan all")));
+  EXPECT_EQ(sim_->calls(), (QStringList{QStringLiteral("retrievePeripheralsWithIdentifiers"),
+                                        QStringLiteral("retrieveConnectedPeripheralsWithServices"),
+                                        QStringLiteral("scan 1F1F"), QStringLiteral("scan all")}));
+  EXPECT_EQ(sim_->callThreads(),
+            (QStringList{QStringLiteral("Orlo.Tintwell"), QStringLiteral("main"),
+                         QStringLiteral("main"), QStringLiteral("main")}));
+}
+
 TEST_F(CoreQuillaTest, GarbageSavedTextIsPrintedAndNothingElseUntilTheDelay) {
   testing::savePen(QStringLiteral("garbage"));
   start();

@@ -1,5 +1,6 @@
 #include "pen/simulated/SimulatedCentral.h"
 
+#include <QCoreApplication>
 #include <QThread>
 
 #include "pen/BluetoothUuid.h"
@@ -300,8 +301,18 @@ QStringList SimulatedCentral::calls() const {
 void SimulatedCentral::afterPending(std::function<void()> work) { queue_->post(std::move(work)); }
 
 void SimulatedCentral::record(const QString& call) {
+  QThread* thread = QThread::currentThread();
+  const QCoreApplication* app = QCoreApplication::instance();
+  const QString where =
+      app != nullptr && thread == app->thread() ? QStringLiteral("main") : thread->objectName();
   std::lock_guard lock(mutex_);
   calls_.append(call);
+  callThreads_.append(where);
+}
+
+QStringList SimulatedCentral::callThreads() const {
+  std::lock_guard lock(mutex_);
+  return callThreads_;
 }
 
 int SimulatedCentral::state() const {

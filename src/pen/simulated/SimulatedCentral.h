@@ -58,6 +58,8 @@ class SimulatedCentral : public CentralManager {
   // Completes a connect that was left pending.
   void completeConnect(const PeripheralPtr& peripheral);
   QStringList calls() const;
+  // For each recorded call, the thread it came from: "main" or the thread's name.
+  QStringList callThreads() const;
   // Runs `work` on the queue thread after everything posted before it.
   void afterPending(std::function<void()> work);
 
@@ -87,6 +89,7 @@ class SimulatedCentral : public CentralManager {
   bool holdReads_ = false;
   std::vector<std::function<void()>> heldReads_;
   QStringList calls_;
+  QStringList callThreads_;
   std::vector<std::shared_ptr<SimPeripheral>> peripherals_;
 };
 
