@@ -33,6 +33,8 @@ class BluezWorker;
 //   Battery1.Percentage. Battery1 may appear after ServicesResolved: while the
 //   device lists 0x180F in UUIDs and neither is there yet, the service report
 //   waits for Battery1 (at most one second).
+// - BlueZ leaving the bus, or the device object going, ends this central's
+//   connection to it: reported as a disconnection.
 // - Malformed replies and signals (unexpected signatures or property types) are
 //   ignored, never trusted.
 class BluezCentral : public CentralManager {

@@ -4,6 +4,28 @@
 // interface org.tintwell.FakeBluez1 (any object path; the well-known name
 // org.tintwell.FakeBluez stays while org.bluez comes and goes).
 //
+// Control methods (interface org.tintwell.FakeBluez1, object
+// /org/tintwell/FakeBluez, name org.tintwell.FakeBluez):
+//   AddAdapter(s name, b powered) -> o        RemoveAdapter(s name)
+//   SetPowered(s name, b powered)             powering off disconnects its devices
+//   AddDevice(s adapter, s address, a{sv} options) -> o, options:
+//     name s (absent: no name), known b (exported now; default true),
+//     connected b (connected to the system already), advertising b (exported or
+//     refreshed when a scan admits it), pen b (service 0x1F1F with 0x1F16;
+//     default true), battery s ("gatt": exported 0x180F/0x2A19, the default;
+//     "battery1": Battery1 only; "both"; "none"), level y, swap b (0x1F16
+//     under the battery service and 0x2A19 under the pen service),
+//     connect s ("ok", "hang": never answered, "fail"), battery1DelayMs i
+//     (Battery1 that long after ServicesResolved), colorIntervalMs i
+//   SendColor(s address, ay packet) -> b      a notification, if notifying
+//   SendBurst(s address, u count, u intervalUs)   stamped packets (see below)
+//   SetBattery(s address, y level)            Disconnect(s address)
+//   Calls() -> as, ClearCalls()               the client's calls, in order
+//   ReleaseBluez(), AcquireBluez()            org.bluez leaves / returns
+//   Malformed(s kind): "managed-objects" or "read" or "connect" (the next such
+//     reply is malformed), "signals" (a burst of malformed signals now)
+//   Quit()
+//
 // Usage: fake_bluez [--pen NAME] [--interval-ms N]
 //   With --pen it starts with a powered adapter hci0 and one pen AA:BB:CC:DD:EE:02
 //   of that name that advertises while scanned for and, once connected, sends a
@@ -762,7 +784,6 @@ class FakeBluez : public QDBusVirtualObject {
 };
 
 }  // namespace
-
 
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
