@@ -98,9 +98,15 @@ TEST_F(ListenCommandTest, FirstStartConnectsThroughTheScanAndTheNextThroughTheSa
     Listen listen(bus_.address(), config_.path());
     ASSERT_TRUE(
         listen.waitForLine(QStringLiteral(" 電池 characteristic : <Characteristic UUID = 2A19>")));
+    // The start-up colour is posted on the main thread while the link starts on
+    // its own: its place among the link's first lines is not fixed.
+    QStringList lines = listen.lines();
+    const qsizetype startUp = lines.indexOf(QStringLiteral("FAFAFA"));
+    ASSERT_GE(startUp, 1);
+    EXPECT_LT(startUp, lines.indexOf(QStringLiteral("connected hihi")));
+    lines.removeAt(startUp);
     const QStringList expected{
         QStringLiteral("init CoreQuilla "),
-        QStringLiteral("FAFAFA"),
         QStringLiteral("Bluetooth status is POWERED ON"),
         QStringLiteral("try 招式2 ~ using scan to connect "),
         QStringLiteral("!!  從招式2 (scanForPeripherals) 來的回應 "),
@@ -113,7 +119,7 @@ TEST_F(ListenCommandTest, FirstStartConnectsThroughTheScanAndTheNextThroughTheSa
         QStringLiteral("我的 Service: <Service UUID = 1F1F>"),
         QStringLiteral("我的 Service: <Service UUID = 180F>"),
         QStringLiteral(" 電池 characteristic : <Characteristic UUID = 2A19>")};
-    EXPECT_EQ(listen.lines().mid(0, expected.size()), expected);
+    EXPECT_EQ(lines.mid(0, expected.size()), expected);
     EXPECT_TRUE(settingsText().contains(QStringLiteral("connectedQuillaID=") + kPenId));
     listen.signal(SIGINT);
     ASSERT_TRUE(listen.finish());
