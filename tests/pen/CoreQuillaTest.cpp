@@ -21,14 +21,14 @@ using testing::waitFor;
 const QUuid kPenA = QUuid::fromString(QStringLiteral("00000000-0000-0000-0000-AABBCCDDEE01"));
 const QUuid kPenB = QUuid::fromString(QStringLiteral("00000000-0000-0000-0000-AABBCCDDEE02"));
 
-SimulatedCentral::PeripheralSpec penSpec(QUuid id, std::optional<QString> name) {
-  SimulatedCentral::PeripheralSpec spec;
-  spec.identifier = id;
-  spec.name = std::move(name);
-  spec.advertisedServices = {penServiceUUID()};
-  spec.services = {{penServiceUUID(), {penColorCharUUID()}},
-                   {batteryServiceUUID(), {batteryLevelCharUUID()}}};
-  return spec;
+SimulatedCentral::PeripheralConfig penConfig(QUuid id, std::optional<QString> name) {
+  SimulatedCentral::PeripheralConfig config;
+  config.identifier = id;
+  config.name = std::move(name);
+  config.advertisedServices = {penServiceUUID()};
+  config.services = {{penServiceUUID(), {penColorCharUUID()}},
+                     {batteryServiceUUID(), {batteryLevelCharUUID()}}};
+  return config;
 }
 
 class CoreQuillaTest : public ::testing::Test {
@@ -187,7 +187,7 @@ TEST_F(CoreQuillaTest, SavedPenIsAskedForTwiceThenConnectedAndTheWalkFollows) {
   testing::savePen(canonicalUuidText(kPenA));
   PeripheralPtr pen;
   start(CentralManager::kPoweredOn,
-        [&](SimulatedCentral& c) { pen = c.addPeripheral(penSpec(kPenA, QStringLiteral("x"))); });
+        [&](SimulatedCentral& c) { pen = c.addPeripheral(penConfig(kPenA, QStringLiteral("x"))); });
   ASSERT_TRUE(waitForCall(QStringLiteral("setNotifyValue on 1F16")));
   ASSERT_TRUE(waitForCall(QStringLiteral("readValue 2A19")));
   const QStringList calls = sim_->calls();
@@ -227,7 +227,7 @@ class CoreQuillaNameTest : public CoreQuillaTest, public ::testing::WithParamInt
 TEST_P(CoreQuillaNameTest, DiscoveryTakesOnlyNamesWithTheFragments) {
   start();
   ASSERT_TRUE(waitForCall(QStringLiteral("scan all")));
-  const PeripheralPtr p = sim_->addPeripheral(penSpec(kPenA, GetParam().name));
+  const PeripheralPtr p = sim_->addPeripheral(penConfig(kPenA, GetParam().name));
   sim_->advertise(p);
   drain();
   EXPECT_EQ(sim_->calls().contains(connectCall(kPenA)), GetParam().taken);
@@ -254,9 +254,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(CoreQuillaTest, StrategyThreeTakesTheFirstSystemConnectedPenWhateverItsName) {
   PeripheralPtr pen;
   start(CentralManager::kPoweredOn, [&](SimulatedCentral& c) {
-    auto spec = penSpec(kPenB, std::nullopt);
-    spec.systemConnected = true;
-    pen = c.addPeripheral(spec);
+    auto config = penConfig(kPenB, std::nullopt);
+    config.systemConnected = true;
+    pen = c.addPeripheral(config);
   });
   ASSERT_TRUE(out_.waitForLine(QStringLiteral(
       "try 招式3 ~ "
@@ -273,13 +273,13 @@ TEST_F(CoreQuillaTest, SavedPenStillConnectingAtTheCheckIsReplacedByADiscoveredP
   testing::savePen(canonicalUuidText(kPenA));
   PeripheralPtr slow;
   start(CentralManager::kPoweredOn, [&](SimulatedCentral& c) {
-    auto spec = penSpec(kPenA, QStringLiteral("Quilla A"));
-    spec.connectCompletes = false;
-    slow = c.addPeripheral(spec);
+    auto config = penConfig(kPenA, QStringLiteral("Quilla A"));
+    config.connectCompletes = false;
+    slow = c.addPeripheral(config);
   });
   ASSERT_TRUE(waitForCall(QStringLiteral("scan all")));
   EXPECT_EQ(slow->state(), Peripheral::kConnecting);
-  const PeripheralPtr other = sim_->addPeripheral(penSpec(kPenB, QStringLiteral("Quilla B")));
+  const PeripheralPtr other = sim_->addPeripheral(penConfig(kPenB, QStringLiteral("Quilla B")));
   sim_->advertise(other);
   ASSERT_TRUE(waitFor([&] { return testing::savedPen() == canonicalUuidText(kPenB); }));
   EXPECT_EQ(quilla_->currentPeripheralQuilla(), other);
@@ -290,8 +290,8 @@ TEST_F(CoreQuillaTest, SavedPenStillConnectingAtTheCheckIsReplacedByADiscoveredP
 TEST_F(CoreQuillaTest, TwoAdvertisementsBeforeTheStopBothConnectAndTheLaterIsKept) {
   start();
   ASSERT_TRUE(waitForCall(QStringLiteral("scan all")));
-  const PeripheralPtr a = sim_->addPeripheral(penSpec(kPenA, QStringLiteral("quilla a")));
-  const PeripheralPtr b = sim_->addPeripheral(penSpec(kPenB, QStringLiteral("quilla b")));
+  const PeripheralPtr a = sim_->addPeripheral(penConfig(kPenA, QStringLiteral("quilla a")));
+  const PeripheralPtr b = sim_->addPeripheral(penConfig(kPenB, QStringLiteral("quilla b")));
   sim_->advertise(a);
   sim_->advertise(b);
   drain();
@@ -307,9 +307,9 @@ TEST_F(CoreQuillaTest, TwoAdvertisementsBeforeTheStopBothConnectAndTheLaterIsKep
 TEST_F(CoreQuillaTest, DisconnectionPostsOnceAndNothingFollowsUntilPowerReturns) {
   PeripheralPtr pen;
   start(CentralManager::kPoweredOn, [&](SimulatedCentral& c) {
-    auto spec = penSpec(kPenA, std::nullopt);
-    spec.systemConnected = true;
-    pen = c.addPeripheral(spec);
+    auto config = penConfig(kPenA, std::nullopt);
+    config.systemConnected = true;
+    pen = c.addPeripheral(config);
   });
   ASSERT_TRUE(waitForCall(QStringLiteral("readValue 2A19")));
   const QStringList before = sim_->calls();
@@ -336,9 +336,9 @@ TEST_F(CoreQuillaTest, ServiceListAbsentStopsTheProcess) {
   EXPECT_DEATH(
       {
         start(CentralManager::kPoweredOn, [&](SimulatedCentral& c) {
-          auto spec = penSpec(kPenA, std::nullopt);
-          spec.systemConnected = true;
-          c.addPeripheral(spec);
+          auto config = penConfig(kPenA, std::nullopt);
+          config.systemConnected = true;
+          c.addPeripheral(config);
           c.failNextDiscovery();
         });
         testing::spin(5000);
@@ -350,9 +350,9 @@ TEST_F(CoreQuillaTest, ServiceListAbsentStopsTheProcess) {
 
 class CoreQuillaDataTest : public CoreQuillaTest {
  protected:
-  void connectPen(SimulatedCentral::PeripheralSpec spec = penSpec(kPenA, std::nullopt)) {
-    spec.systemConnected = true;
-    start(CentralManager::kPoweredOn, [&](SimulatedCentral& c) { pen_ = c.addPeripheral(spec); });
+  void connectPen(SimulatedCentral::PeripheralConfig config = penConfig(kPenA, std::nullopt)) {
+    config.systemConnected = true;
+    start(CentralManager::kPoweredOn, [&](SimulatedCentral& c) { pen_ = c.addPeripheral(config); });
     ASSERT_TRUE(waitForCall(QStringLiteral("setNotifyValue on 1F16")));
   }
   void send(const QByteArray& packet) {
@@ -410,10 +410,10 @@ TEST_F(CoreQuillaDataTest, ThreeBytePacketStopsTheProcess) {
 }
 
 TEST_F(CoreQuillaDataTest, ColourCharacteristicUnderTheBatteryServiceIsStillServed) {
-  auto spec = penSpec(kPenA, std::nullopt);
-  spec.services = {{penServiceUUID(), {batteryLevelCharUUID()}},
-                   {batteryServiceUUID(), {penColorCharUUID()}}};
-  connectPen(spec);
+  auto config = penConfig(kPenA, std::nullopt);
+  config.services = {{penServiceUUID(), {batteryLevelCharUUID()}},
+                     {batteryServiceUUID(), {penColorCharUUID()}}};
+  connectPen(config);
   ASSERT_TRUE(waitForCall(QStringLiteral("readValue 2A19")));
   send(QByteArray::fromHex("0100FF00"));
   ASSERT_EQ(PostRecorder::instance().posts(notification::newColor()).size(), 1u);
@@ -430,8 +430,8 @@ TEST_F(CoreQuillaDataTest, BatteryBeforeTheCharacteristicIsKnownIsZeroAndSilent)
 }
 
 TEST_F(CoreQuillaDataTest, BatteryReportsThePreviousReadAndStartsTheNext) {
-  auto spec = penSpec(kPenA, std::nullopt);
-  connectPen(spec);
+  auto config = penConfig(kPenA, std::nullopt);
+  connectPen(config);
   ASSERT_TRUE(waitFor([&] { return quilla_->currentBatteryCharacteristic() != nullptr; }));
   drain();  // the read issued at discovery is answered (no value yet)
   sim_->holdReads(true);

@@ -68,16 +68,16 @@ class SimService : public Service {
 
 class SimPeripheral : public Peripheral, public std::enable_shared_from_this<SimPeripheral> {
  public:
-  SimPeripheral(SimulatedCentral* central, const SimulatedCentral::PeripheralSpec& spec)
-      : central_(central), spec_(spec), systemConnected_(spec.systemConnected) {
-    for (const auto& s : spec.services) {
+  SimPeripheral(SimulatedCentral* central, const SimulatedCentral::PeripheralConfig& config)
+      : central_(central), config_(config), systemConnected_(config.systemConnected) {
+    for (const auto& s : config.services) {
       QList<CharacteristicPtr> chars;
       for (const QUuid& c : s.characteristics) chars.append(std::make_shared<SimCharacteristic>(c));
       all_.append(std::make_shared<SimService>(s.uuid, chars));
     }
   }
-  std::optional<QString> name() const override { return spec_.name; }
-  QUuid identifier() const override { return spec_.identifier; }
+  std::optional<QString> name() const override { return config_.name; }
+  QUuid identifier() const override { return config_.identifier; }
   int state() const override {
     std::lock_guard lock(mutex_);
     return state_;
@@ -87,7 +87,7 @@ class SimPeripheral : public Peripheral, public std::enable_shared_from_this<Sim
     delegate_ = delegate;
   }
   void discoverServices() override {
-    central_->record(QStringLiteral("discoverServices ") + canonicalUuidText(spec_.identifier));
+    central_->record(QStringLiteral("discoverServices ") + canonicalUuidText(config_.identifier));
     const bool fail = central_->takeFailure();
     auto self = shared_from_this();
     central_->queue_->post([self, fail] {
@@ -158,11 +158,11 @@ class SimPeripheral : public Peripheral, public std::enable_shared_from_this<Sim
         if (c->uuid() == uuid) return c;
     return {};
   }
-  const SimulatedCentral::PeripheralSpec& spec() const { return spec_; }
+  const SimulatedCentral::PeripheralConfig& config() const { return config_; }
 
  private:
   SimulatedCentral* const central_;
-  const SimulatedCentral::PeripheralSpec spec_;
+  const SimulatedCentral::PeripheralConfig config_;
   QList<ServicePtr> all_;
   mutable std::mutex mutex_;
   int state_ = kDisconnected;
@@ -212,8 +212,8 @@ void SimulatedCentral::answerReads() {
   for (auto& answer : held) queue_->post(std::move(answer));
 }
 
-PeripheralPtr SimulatedCentral::addPeripheral(const PeripheralSpec& spec) {
-  auto peripheral = std::make_shared<SimPeripheral>(this, spec);
+PeripheralPtr SimulatedCentral::addPeripheral(const PeripheralConfig& config) {
+  auto peripheral = std::make_shared<SimPeripheral>(this, config);
   std::lock_guard lock(mutex_);
   peripherals_.push_back(peripheral);
   return peripheral;
@@ -240,7 +240,7 @@ void SimulatedCentral::advertise(const PeripheralPtr& peripheral) {
     if (!scan_) return;
     if (*scan_) {
       bool admitted = false;
-      for (const QUuid& u : sim->spec().advertisedServices) admitted |= (*scan_)->contains(u);
+      for (const QUuid& u : sim->config().advertisedServices) admitted |= (*scan_)->contains(u);
       if (!admitted) return;
     }
   }
@@ -326,7 +326,7 @@ QList<PeripheralPtr> SimulatedCentral::retrievePeripheralsWithIdentifiers(
   QList<PeripheralPtr> found;
   std::lock_guard lock(mutex_);
   for (const auto& p : peripherals_)
-    if (p->spec().known && identifiers.contains(p->spec().identifier)) found.append(p);
+    if (p->config().known && identifiers.contains(p->config().identifier)) found.append(p);
   return found;
 }
 
@@ -337,7 +337,7 @@ QList<PeripheralPtr> SimulatedCentral::retrieveConnectedPeripheralsWithServices(
   std::lock_guard lock(mutex_);
   for (const auto& p : peripherals_) {
     if (!p->systemConnected()) continue;
-    for (const auto& s : p->spec().services)
+    for (const auto& s : p->config().services)
       if (services.contains(s.uuid)) {
         found.append(p);
         break;
@@ -366,7 +366,7 @@ void SimulatedCentral::connectPeripheral(const PeripheralPtr& peripheral) {
   auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
   record(QStringLiteral("connect ") + canonicalUuidText(sim->identifier()));
   sim->setState(Peripheral::kConnecting);
-  if (sim->spec().connectCompletes) reportConnected(sim);
+  if (sim->config().connectCompletes) reportConnected(sim);
 }
 
 }  // namespace tw::pen

@@ -18,18 +18,18 @@ class SimPeripheral;
 // Reports reach the delegate on the queue thread, as from a real central.
 class SimulatedCentral : public CentralManager {
  public:
-  struct ServiceSpec {
+  struct ServiceConfig {
     QUuid uuid;
     QList<QUuid> characteristics;
   };
-  struct PeripheralSpec {
+  struct PeripheralConfig {
     QUuid identifier;
     std::optional<QString> name;
     bool known = true;             // found by retrievePeripheralsWithIdentifiers
     bool systemConnected = false;  // connected to the system before the link asks
     bool connectCompletes = true;  // false: a connect request stays pending
     QList<QUuid> advertisedServices;
-    QList<ServiceSpec> services;
+    QList<ServiceConfig> services;
   };
 
   // Runs `prepare` (to add peripherals), then reports `initialState` once the
@@ -39,7 +39,7 @@ class SimulatedCentral : public CentralManager {
   ~SimulatedCentral() override;
 
   // Controls.
-  PeripheralPtr addPeripheral(const PeripheralSpec& spec);
+  PeripheralPtr addPeripheral(const PeripheralConfig& config);
   void setState(int state);  // a new state report
   // Reported as a discovery when a scan that admits it runs.
   void advertise(const PeripheralPtr& peripheral);
