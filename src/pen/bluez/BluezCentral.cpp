@@ -393,7 +393,9 @@ class BluezWorker : public QObject {
     PeripheralDelegate* delegate = nullptr;
     {
       std::lock_guard lock(shared_->mutex);
-      auto& link = shared_->links[devicePath];
+      const auto found = shared_->links.find(devicePath);
+      if (found == shared_->links.end()) return;
+      auto& link = *found;
       if (!link.wantServices || !link.reportedConnected) return;
       const QVariantMap device = shared_->device(devicePath);
       if (!boolProp(device, QStringLiteral("ServicesResolved")).value_or(false)) return;
@@ -405,7 +407,8 @@ class BluezWorker : public QObject {
         QTimer::singleShot(kBatteryWaitMs, this, [this, devicePath] {
           {
             std::lock_guard lock(shared_->mutex);
-            shared_->links[devicePath].batteryWaitExpired = true;
+            const auto found = shared_->links.find(devicePath);
+            if (found != shared_->links.end()) found->batteryWaitExpired = true;
           }
           evaluateServices(devicePath);
         });
@@ -494,8 +497,10 @@ class BluezWorker : public QObject {
     }
     if (stateChanged) reportState();
     if (discovered) reportDiscovery(path);
-    if (added.contains(kBattery) || added.contains(kGattService)) evaluateServices(path);
-    if (added.contains(kDevice)) evaluateServices(path);
+    // A device's services may now be complete: Battery1 on the device itself,
+    // or a late GATT service below it.
+    if (added.contains(kBattery) || added.contains(kDevice)) evaluateServices(path);
+    if (added.contains(kGattService)) evaluateServices(path.section(QLatin1Char('/'), 0, -2));
   }
   void onInterfacesRemoved(const QDBusMessage& message) {
     if (message.signature() != QLatin1String("oas")) return;
