@@ -59,13 +59,7 @@ bench: build
 	./$(BUILD)/bench/tintwell_bench
 
 # Throughput of `tintwell convert` over every 8-bit colour.
-convert-# ThreadSanitizer over the same suite: the pen thread, the main thread and the
-# network completions share state.
-tsan-test:
-	$(MAKE) build BUILD=build-tsan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=thread -DTINTWELL_BUILD_BENCH=OFF"
-	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS) -LE exhaustive
-
-bench: build
+convert-bench: build
 	bench/convert_throughput.sh $(BUILD)
 
 format:
