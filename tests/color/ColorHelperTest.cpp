@@ -257,6 +257,8 @@ struct FlipCase {
   qint64 expected;
 };
 
+void PrintTo(const FlipCase& flip, std::ostream* os) { *os << flip.name; }
+
 class FlipRule : public ::testing::TestWithParam<FlipCase> {};
 
 TEST_P(FlipRule, GivesTheTopLeftRow) {

@@ -1,6 +1,7 @@
 #include "color/x11/X11Connection.h"
 
 #include <QGuiApplication>
+#include <QTimer>
 #include <cstdlib>
 
 // Xlib after Qt: its macros (Bool, Status, None) clash with Qt headers.
@@ -17,6 +18,11 @@ X11Connection::~X11Connection() {
 
 unsigned long X11Connection::rootWindow() const {
   return display_ ? DefaultRootWindow(display_) : 0;
+}
+
+void X11Connection::readQueuedEvents() {
+  if (!display_ || !reader_ || XEventsQueued(display_, QueuedAlready) == 0) return;
+  QTimer::singleShot(0, reader_);
 }
 
 void syncQtConnection() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 struct _XDisplay;
@@ -20,8 +21,16 @@ class X11Connection {
   _XDisplay* display() const { return display_; }
   unsigned long rootWindow() const;
 
+  // Round trips (pointer and pixel queries) read whatever events arrived
+  // meanwhile into Xlib's queue, where the socket notifier never sees them.
+  // The event reader registers here; whoever made a round trip outside it
+  // calls readQueuedEvents(), which hands such events over from the event loop.
+  void setQueuedEventsReader(std::function<void()> reader) { reader_ = std::move(reader); }
+  void readQueuedEvents();
+
  private:
   _XDisplay* display_ = nullptr;
+  std::function<void()> reader_;
 };
 
 // Makes sure the X server has carried out every request Qt has sent so far

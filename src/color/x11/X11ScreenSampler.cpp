@@ -32,7 +32,9 @@ void X11ScreenSampler::sample(QPointF at, Completion done) {
   // Let the server see the picking window's unmap first.
   syncQtConnection();
   QTimer::singleShot(kSettleMs, [connection = connection_, at, done = std::move(done)] {
-    done(X11ScreenSampler(connection).colorAt(at));
+    const std::optional<QColor> color = X11ScreenSampler(connection).colorAt(at);
+    connection->readQueuedEvents();
+    done(color);
   });
 }
 

@@ -1,5 +1,6 @@
 #include "color/x11/XInputClickMonitor.h"
 
+#include <QPointer>
 #include <QSocketNotifier>
 
 // Xlib after Qt: its macros (Bool, Status, None) clash with Qt headers.
@@ -38,15 +39,19 @@ XInputClickMonitor::XInputClickMonitor(std::shared_ptr<X11Connection> connection
 
   notifier_ = new QSocketNotifier(ConnectionNumber(display), QSocketNotifier::Read, this);
   connect(notifier_, &QSocketNotifier::activated, this, &XInputClickMonitor::readEvents);
+  connection_->setQueuedEventsReader([self = QPointer<XInputClickMonitor>(this)] {
+    if (self) self->readEvents();
+  });
   logLine(std::string_view("X11: global clicks from XInput2 raw button events"));
 }
 
-XInputClickMonitor::~XInputClickMonitor() = default;
+XInputClickMonitor::~XInputClickMonitor() { connection_->setQueuedEventsReader(nullptr); }
 
 void XInputClickMonitor::addHandler(Handler handler) { handlers_.push_back(std::move(handler)); }
 
 void XInputClickMonitor::readEvents() {
   Display* display = connection_->display();
+  if (!display || !notifier_) return;
   // XPending also takes in what earlier round trips (pointer and pixel
   // queries on this connection) left queued, which the notifier never sees.
   while (XPending(display) > 0) {

@@ -1,0 +1,185 @@
+// The portal backend against a fake portal on a private session bus.
+#include "color/portal/PortalColorPicker.h"
+
+#include <gtest/gtest.h>
+
+#include <QDBusConnection>
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <memory>
+
+#include "color/ColorHelper.h"
+#include "color/ColorStruct.h"
+#include "color/ScreenPickTestSupport.h"
+
+namespace tw {
+namespace {
+
+QGuiApplication& app() {
+  static QGuiApplication* instance = [] {
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
+    static int argc = 1;
+    static char name[] = "portal_test";
+    static char* argv[] = {name, nullptr};
+    return new QGuiApplication(argc, argv);
+  }();
+  return *instance;
+}
+
+class SessionBus {
+ public:
+  SessionBus() {
+    QFile config(dir_.filePath(QStringLiteral("bus.conf")));
+    config.open(QIODevice::WriteOnly);
+    config.write(QStringLiteral(
+                     "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
+                     "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                     "<busconfig><type>session</type><listen>unix:path=%1</listen>"
+                     "<auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
+                     "<allow own=\"*\"/><allow send_destination=\"*\"/>"
+                     "<allow eavesdrop=\"true\"/></policy></busconfig>\n")
+                     .arg(dir_.filePath(QStringLiteral("socket")))
+                     .toUtf8());
+    config.close();
+    daemon_.start(QStringLiteral("dbus-daemon"),
+                  {QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
+                   QStringLiteral("--print-address=1")});
+    daemon_.waitForReadyRead(10000);
+    address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
+  }
+  ~SessionBus() {
+    daemon_.terminate();
+    daemon_.waitForFinished(5000);
+  }
+  const QString& address() const { return address_; }
+
+ private:
+  QTemporaryDir dir_;
+  QProcess daemon_;
+  QString address_;
+};
+
+class FakePortal {
+ public:
+  FakePortal(const QString& address, const QString& color, const QString& codes) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), address);
+    process_.setProcessEnvironment(env);
+    process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process_.start(QStringLiteral("/usr/bin/python3"),
+                   {QStringLiteral(FAKE_PORTAL_PATH), color, codes});
+    process_.waitForReadyRead(10000);
+    ready_ = process_.readLine().trimmed() == "ready";
+  }
+  ~FakePortal() {
+    process_.kill();
+    process_.waitForFinished(3000);
+  }
+  bool ready() const { return ready_; }
+  int calls() {
+    process_.waitForReadyRead(10);
+    while (process_.canReadLine())
+      if (process_.readLine().startsWith("PickColor")) ++calls_;
+    return calls_;
+  }
+
+ private:
+  QProcess process_;
+  bool ready_ = false;
+  int calls_ = 0;
+};
+
+template <typename Predicate>
+bool spinUntil(Predicate done, int ms = 10000) {
+  QDeadlineTimer deadline(ms);
+  while (!done()) {
+    if (deadline.hasExpired()) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+  }
+  return true;
+}
+
+class PortalColorPickerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    app();
+    recorder.clear();
+  }
+  void TearDown() override {
+    helper.reset();
+    picker.reset();
+    QDBusConnection::disconnectFromBus(QStringLiteral("portal-test"));
+    recorder.clear();
+  }
+  void connect(const QString& address) {
+    picker = std::make_shared<portal::PortalColorPicker>(
+        QDBusConnection::connectToBus(address, QStringLiteral("portal-test")));
+    helper = std::make_unique<ColorHelper>(ScreenBackend{picker, picker, picker});
+    helper->installMonitor();
+    helper->mainScreenHeight = helper->mainDisplayPixelsHigh();
+  }
+
+  SessionBus bus;
+  testing::PickRecorder& recorder = testing::PickRecorder::instance();
+  std::shared_ptr<portal::PortalColorPicker> picker;
+  std::unique_ptr<ColorHelper> helper;
+};
+
+TEST_F(PortalColorPickerTest, ArmedPickPostsThePortalsColourTruncated) {
+  FakePortal portal(bus.address(), QStringLiteral("0.5,1.0,0.999"), QStringLiteral("0"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return !recorder.newColors.empty(); }));
+  EXPECT_EQ(portal.calls(), 1);
+  EXPECT_EQ(recorder.mouseDowns.size(), 1u);
+  const auto* color = std::any_cast<ColorStruct>(&recorder.newColors[0].object);
+  ASSERT_NE(color, nullptr);
+  EXPECT_EQ(color->iR, 127);
+  EXPECT_EQ(color->iG, 255);
+  EXPECT_EQ(color->iB, 254);
+  EXPECT_EQ(color->colorHex, QStringLiteral("7FFFFE"));
+  EXPECT_EQ(*recorder.newColors[0].userInfo,
+            (UserInfo{{QStringLiteral("Quilla"), QStringLiteral("NewScreenColor")}}));
+  EXPECT_FALSE(helper->bPickScreenColor);
+}
+
+TEST_F(PortalColorPickerTest, NotArmedAsksNothing) {
+  FakePortal portal(bus.address(), QStringLiteral("0.1,0.2,0.3"), QStringLiteral("0"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  helper->bPickScreenColor = false;
+  spinUntil([] { return false; }, 300);
+  EXPECT_EQ(portal.calls(), 0);
+  EXPECT_TRUE(recorder.newColors.empty());
+}
+
+TEST_F(PortalColorPickerTest, CancelledPickIsAskedAgain) {
+  FakePortal portal(bus.address(), QStringLiteral("0.0,0.0,1.0"), QStringLiteral("1,0"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return !recorder.newColors.empty(); }));
+  EXPECT_EQ(portal.calls(), 2);
+  EXPECT_EQ(recorder.newColors.size(), 1u);
+  EXPECT_EQ(std::any_cast<ColorStruct>(recorder.newColors[0].object).colorHex,
+            QStringLiteral("0000FF"));
+}
+
+TEST_F(PortalColorPickerTest, WithoutPortalThePickFailsQuietly) {
+  connect(bus.address());
+  ::testing::internal::CaptureStdout();
+  helper->bPickScreenColor = true;
+  spinUntil([] { return false; }, 500);
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find("portal: PickColor failed"), std::string::npos) << out;
+  EXPECT_TRUE(recorder.newColors.empty());
+  EXPECT_TRUE(recorder.mouseDowns.empty());
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,68 @@
+#!/usr/bin/python3
+"""A fake desktop portal with the Screenshot.PickColor call, for tests.
+
+Usage: fake_portal.py R,G,B CODE[,CODE...]
+Each PickColor answers, 50 ms later, with the next response code of the list
+(the last one repeats): 0 with {"color": (R, G, B)}, anything else with no
+results. Prints "ready" once the name is owned and "PickColor <token>" per call.
+"""
+import sys
+
+import dbus
+import dbus.service
+import dbus.mainloop.glib
+from gi.repository import GLib
+
+BUS_NAME = "org.freedesktop.portal.Desktop"
+PATH = "/org/freedesktop/portal/desktop"
+
+
+class Request(dbus.service.Object):
+    @dbus.service.signal("org.freedesktop.portal.Request", signature="ua{sv}")
+    def Response(self, response, results):
+        pass
+
+
+class Portal(dbus.service.Object):
+    def __init__(self, bus, color, codes):
+        super().__init__(bus, PATH)
+        self.bus = bus
+        self.color = color
+        self.codes = codes
+        self.calls = 0
+
+    @dbus.service.method("org.freedesktop.portal.Screenshot", in_signature="sa{sv}",
+                         out_signature="o", sender_keyword="sender")
+    def PickColor(self, parent_window, options, sender=None):
+        token = str(options.get("handle_token", "t%d" % self.calls))
+        code = self.codes[min(self.calls, len(self.codes) - 1)]
+        self.calls += 1
+        print("PickColor %s" % token, flush=True)
+        path = "%s/request/%s/%s" % (PATH, sender[1:].replace(".", "_"), token)
+        request = Request(self.bus, path)
+        results = {}
+        if code == 0:
+            results["color"] = dbus.Struct([dbus.Double(c) for c in self.color], signature="ddd")
+
+        def answer():
+            request.Response(dbus.UInt32(code), dbus.Dictionary(results, signature="sv"))
+            request.remove_from_connection()
+            return False
+
+        GLib.timeout_add(50, answer)
+        return dbus.ObjectPath(path)
+
+
+def main():
+    dbus.mainloop.glib.DBusGMainLoop(set_as_default=True)
+    bus = dbus.SessionBus()
+    color = [float(c) for c in sys.argv[1].split(",")]
+    codes = [int(c) for c in sys.argv[2].split(",")]
+    portal = Portal(bus, color, codes)
+    name = dbus.service.BusName(BUS_NAME, bus)
+    print("ready", flush=True)
+    GLib.MainLoop().run()
+
+
+if __name__ == "__main__":
+    main()
