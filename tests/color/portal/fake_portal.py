@@ -4,7 +4,8 @@
 Usage: fake_portal.py R,G,B CODE[,CODE...]
 Each PickColor answers, 50 ms later, with the next response code of the list
 (the last one repeats): 0 with {"color": (R, G, B)}, anything else with no
-results. Prints "ready" once the name is owned and "PickColor <token>" per call.
+results. Prints "ready" once the name is owned and "PickColor <token>" per call; ends
+when its standard input closes.
 """
 import sys
 
@@ -60,8 +61,12 @@ def main():
     codes = [int(c) for c in sys.argv[2].split(",")]
     portal = Portal(bus, color, codes)
     name = dbus.service.BusName(BUS_NAME, bus)
+    loop = GLib.MainLoop()
+    # Standard input is a pipe from the test: when the test goes, even by a
+    # crash, the pipe closes and so does the fake.
+    GLib.io_add_watch(sys.stdin.fileno(), GLib.IO_HUP | GLib.IO_IN, lambda *_: loop.quit())
     print("ready", flush=True)
-    GLib.MainLoop().run()
+    loop.run()
 
 
 if __name__ == "__main__":
