@@ -60,7 +60,7 @@ TEST_F(OfflineTest, QuitPrintsNoInternetAndEndsAtOnce) {
   driver->send(QStringLiteral("color 1 2 3"));
   driver->send(QStringLiteral("quit"));
   ASSERT_TRUE(driver->waitForExit(10000)) << driver->transcript().toStdString();
-  EXPECT_EQ(driver->exitCode(), 0);
+  EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
   const QStringList expected = {
       QStringLiteral("i am in applicationShouldTerminate ~"), QStringLiteral("sending data"),
       QStringLiteral("No Internet found!"), QStringLiteral("Final bye bye ~")};

@@ -3,6 +3,8 @@
 // and run it in a network namespace of its own.
 //
 //   color R G B   count a pen colour on the "Orlo.Tintwell" thread
+//   burst N       count N distinct pen colours (1, 2, ... as RGB) on that
+//                 thread, 200 us apart, without waiting; "BURST DONE" at the end
 //   screen R G B  count a screen pick on the main thread
 //   push PS|AI    count a push into the current application record
 //   quit          ask the application to terminate
@@ -84,6 +86,18 @@ int main(int argc, char** argv) {
         QMetaObject::invokeMethod(
             &penContext, [&logger, r, g, b] { logger.countColor(r, g, b); },
             Qt::BlockingQueuedConnection);
+      } else if (verb == QLatin1String("burst") && words.size() == 2) {
+        const int count = words[1].toInt();
+        QMetaObject::invokeMethod(
+            &penContext,
+            [&logger, count] {
+              for (int n = 1; n <= count; ++n) {
+                logger.countColor((n >> 16) & 0xFF, (n >> 8) & 0xFF, n & 0xFF);
+                QThread::usleep(200);
+              }
+              tw::logLine(std::string_view("BURST DONE"));
+            },
+            Qt::QueuedConnection);
       } else if (verb == QLatin1String("screen") && words.size() == 4) {
         logger.bPickScreenColor = true;
         logger.countColor(words[1].toInt(), words[2].toInt(), words[3].toInt());

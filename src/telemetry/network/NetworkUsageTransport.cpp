@@ -36,9 +36,21 @@ QString describeResponse(const QNetworkReply& reply, int status) {
 NetworkUsageTransport::NetworkUsageTransport()
     : context_(std::make_unique<QObject>()),
       manager_(new QNetworkAccessManager(context_.get())),
-      extraCas_(extraCaCertificates()) {
+      tls_(makeTlsConfiguration(extraCaCertificates())) {
   // Only the request's own header fields travel; no cookies are kept.
   manager_->setCookieJar(nullptr);
+}
+
+QSslConfiguration NetworkUsageTransport::makeTlsConfiguration(const QList<QSslCertificate>& extra) {
+  QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+  tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
+  if (!extra.isEmpty()) {
+    // Adding certificates turns off Qt's on-demand loading of the system
+    // roots, so they are added explicitly, once, next to ours.
+    tls.addCaCertificates(QSslConfiguration::systemCaCertificates());
+    tls.addCaCertificates(extra);
+  }
+  return tls;
 }
 
 NetworkUsageTransport::~NetworkUsageTransport() = default;
@@ -57,10 +69,7 @@ void NetworkUsageTransport::post(const UsageRequest& request, Completion complet
   QNetworkRequest networkRequest(request.url);
   for (const auto& [name, value] : request.headers) networkRequest.setRawHeader(name, value);
   networkRequest.setTransferTimeout(request.timeoutMs);
-  QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-  tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
-  if (!extraCas_.isEmpty()) tls.addCaCertificates(extraCas_);
-  networkRequest.setSslConfiguration(tls);
+  networkRequest.setSslConfiguration(tls_);
 
   QNetworkReply* reply = manager_->sendCustomRequest(networkRequest, request.method, request.body);
   QObject::connect(reply, &QNetworkReply::finished, context_.get(),

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QSslCertificate>
+#include <QSslConfiguration>
 #include <QString>
 #include <memory>
 
@@ -29,13 +30,17 @@ class NetworkUsageTransport final : public UsageTransport {
   // The extra trusted CAs from TINTWELL_TELEMETRY_CA; an unreadable file or one
   // without certificates stops the process, since posts could never succeed.
   static QList<QSslCertificate> extraCaCertificates();
+  // Peer verification on; the system roots, plus `extra` when there are any.
+  static QSslConfiguration makeTlsConfiguration(const QList<QSslCertificate>& extra);
+  // What every request of this transport uses.
+  const QSslConfiguration& tlsConfiguration() const { return tls_; }
 
  private:
   void finish(QNetworkReply* reply, const Completion& completion);
 
   std::unique_ptr<QObject> context_;  // owns the manager; its end cancels completions
   QNetworkAccessManager* manager_ = nullptr;
-  QList<QSslCertificate> extraCas_;
+  QSslConfiguration tls_;
 };
 
 // The transport this build uses for telemetry.

@@ -1,0 +1,72 @@
+// The real thread topology in the driver process: colours counted on the
+// "Orlo.Tintwell" thread while the main thread's timer sends and the
+// completions renew the record. Run under ThreadSanitizer, the driver's exit
+// status also says that this is race-free.
+
+#include <gtest/gtest.h>
+
+#include <QHash>
+#include <QRegularExpression>
+
+#include "telemetry/DriverProcess.h"
+#include "telemetry/Reachability.h"
+#include "telemetry/SenderTestSupport.h"
+
+namespace tw {
+namespace {
+
+using testing::DriverProcess;
+
+TEST(PenThreadSending, ColoursCountedDuringTicksLandInConsistentBodiesAtMostOnce) {
+  if (!Reachability::isConnectedToNetwork())
+    GTEST_SKIP() << "this machine has no IPv4 default route, so nothing would be sent";
+  testing::SenderEnvironment environment(nullptr);
+  testing::TestCertificates certificates;
+  testing::TelemetryTestServer server(certificates);
+  QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+  env.insert(QStringLiteral("HOME"), environment.home());
+  env.insert(QStringLiteral("XDG_CONFIG_HOME"), environment.home() + QStringLiteral("/config"));
+  env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
+  // A tick every 600 ms, a 60 ms time-out.
+  env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QStringLiteral("0.001"));
+  env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), server.baseUrl());
+  env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates.caPath());
+  DriverProcess driver(env);
+  ASSERT_TRUE(driver.started()) << driver.transcript().toStdString();
+
+  constexpr int kColours = 10000;  // about 2 s of counting, so several ticks
+  driver.send(QStringLiteral("burst %1").arg(kColours));
+  ASSERT_TRUE(driver.waitForLine(QStringLiteral("BURST DONE"), 120000))
+      << driver.transcript().toStdString();
+  driver.send(QStringLiteral("quit"));
+  ASSERT_TRUE(driver.waitForExit(60000)) << driver.transcript().toStdString();
+  // Non-zero also when ThreadSanitizer found a race in the driver.
+  ASSERT_EQ(driver.exitCode(), 0) << driver.transcript().toStdString();
+  ASSERT_TRUE(server.waitForRequests(4));
+
+  const bool clientSawEveryAnswer = driver.indexOfPrefix(QStringLiteral("error ")) < 0;
+  QHash<int, int> delivered;
+  int ticksThatSent = 0;
+  for (const auto& post : server.requests(QStringLiteral("/api/color_usage"))) {
+    const QJsonObject body = testing::bodyObject(post);
+    QString list = body.value("colors_device").toString();
+    list.remove(u'[').remove(u']');
+    const QStringList entries = list.split(u',', Qt::SkipEmptyParts);
+    // Count and list were taken together.
+    EXPECT_EQ(entries.size(), body.value("counter_device").toInteger());
+    EXPECT_EQ(QSet<QString>(entries.begin(), entries.end()).size(), entries.size());
+    if (body.value("session_full").toBool()) ++ticksThatSent;
+    if (!post.answeredOk()) continue;
+    for (const QString& entry : entries) ++delivered[entry.mid(1).toInt(nullptr, 16)];
+  }
+  EXPECT_GE(ticksThatSent, 2);
+  if (clientSawEveryAnswer) {
+    for (auto it = delivered.cbegin(); it != delivered.cend(); ++it)
+      EXPECT_EQ(it.value(), 1) << "colour " << it.key() << " was posted successfully twice";
+  }
+  // Only colours counted while a post was out can be missing.
+  EXPECT_GT(delivered.size(), kColours / 2);
+}
+
+}  // namespace
+}  // namespace tw
