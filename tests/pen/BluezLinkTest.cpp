@@ -290,7 +290,17 @@ TEST_P(BluezBatteryTest, BatteryReportsThePreviousReadUnclamped) {
   // The read issued at discovery has been answered once the level shows up.
   ASSERT_TRUE(waitFor([&] { return quilla_->getBatteryLevel() == 100; }));
   EXPECT_TRUE(out_.lines().contains(QStringLiteral("Batter Level: 100 %")));
-  testing::spin(200);  // every read issued so far has been answered with 100
+  // Every read issued so far (one per printed level, and the discovery's) has
+  // reached the fake before the level changes, so each was answered with 100.
+  const auto reads = [&] {
+    int n = 0;
+    for (const QString& call : fake_->calls())
+      n += call.startsWith(QStringLiteral("ReadValue ")) ||
+           call.endsWith(QStringLiteral("org.bluez.Battery1.Percentage"));
+    return n;
+  };
+  const int asked = int(out_.lines().filter(QStringLiteral("Batter Level: ")).size());
+  ASSERT_TRUE(waitFor([&] { return reads() == asked + 1; }));
   fake_->call(QStringLiteral("SetBattery"), {kA, QVariant::fromValue(uchar(0xC8))});
   EXPECT_EQ(quilla_->getBatteryLevel(), 100);  // the previous read's answer
   ASSERT_TRUE(waitFor([&] { return quilla_->getBatteryLevel() == 200; }));
