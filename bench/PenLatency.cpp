@@ -9,6 +9,7 @@
 // Prints the counts and p50/p99/max; exits 1 unless every packet was posted
 // exactly once and in order.
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -19,6 +20,7 @@
 #include <QTemporaryDir>
 #include <QThread>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
@@ -83,7 +85,10 @@ int main(int argc, char** argv) {
                    .arg(dir.filePath(QStringLiteral("socket")))
                    .toUtf8());
   config.close();
+  // Neither child outlives this process, however it ends.
+  const auto endWithParent = [] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); };
   QProcess daemon;
+  daemon.setChildProcessModifier(endWithParent);
   daemon.start(QStringLiteral("dbus-daemon"),
                {QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
                 QStringLiteral("--print-address=1")});
@@ -97,6 +102,7 @@ int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
   QProcess fake;
   fake.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+  fake.setChildProcessModifier(endWithParent);
   fake.start(QStringLiteral(FAKE_BLUEZ_BIN),
              {QStringLiteral("--pen"), QStringLiteral("QUILLA-Pen 02"),
               QStringLiteral("--interval-ms"), QStringLiteral("0")});

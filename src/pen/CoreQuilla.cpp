@@ -307,9 +307,12 @@ qint64 CoreQuilla::getBatteryLevel() {
   }
   qint64 level = 0;
   if (peripheral && characteristic) {
-    // The answer only refreshes the stored value, which the next call reports.
+    // The stored value is taken just before the read is started: the answer
+    // only refreshes it for the next call. Over a radio the answer always
+    // comes later; over a fast local bus it could otherwise land in between.
+    const std::optional<QByteArray> value = characteristic->value();
     peripheral->readValue(characteristic);
-    if (const std::optional<QByteArray> value = characteristic->value()) {
+    if (value) {
       if (value->isEmpty()) fatalStop("empty battery level value");
       level = static_cast<qint64>(static_cast<quint8>(value->at(0)));
     }

@@ -32,13 +32,15 @@ const QString kPenFilter =
     QStringLiteral("SetDiscoveryFilter Transport=le UUIDs=00001f1f-0000-1000-8000-00805f9b34fb");
 
 testing::PrivateBus& bus() {
-  static testing::PrivateBus* b = [] {
-    auto* created = new testing::PrivateBus;
+  // Ended with the process (its destructor stops the daemon).
+  static testing::PrivateBus b;
+  static const bool exported = [] {
     // Before the first use of the system bus in this process.
-    qputenv("DBUS_SYSTEM_BUS_ADDRESS", created->address().toUtf8());
-    return created;
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", b.address().toUtf8());
+    return true;
   }();
-  return *b;
+  (void)exported;
+  return b;
 }
 
 QVariantMap opts(std::initializer_list<std::pair<const char*, QVariant>> list) {
@@ -302,7 +304,8 @@ TEST_P(BluezBatteryTest, BatteryReportsThePreviousReadUnclamped) {
   const int asked = int(out_.lines().filter(QStringLiteral("Batter Level: ")).size());
   ASSERT_TRUE(waitFor([&] { return reads() == asked + 1; }));
   fake_->call(QStringLiteral("SetBattery"), {kA, QVariant::fromValue(uchar(0xC8))});
-  EXPECT_EQ(quilla_->getBatteryLevel(), 100);  // the previous read's answer
+  EXPECT_EQ(quilla_->getBatteryLevel(), 100)  // the previous read's answer
+      << fake_->calls().join(QLatin1Char('|')).toStdString();
   ASSERT_TRUE(waitFor([&] { return quilla_->getBatteryLevel() == 200; }));
   EXPECT_EQ(quilla_->currentBatteryLevel(), std::optional<qint64>(200));
   EXPECT_TRUE(out_.lines().contains(QStringLiteral("Batter Level: 200 %")));

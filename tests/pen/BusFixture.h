@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/prctl.h>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusReply>
@@ -8,9 +9,16 @@
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 #include <QUuid>
+#include <csignal>
 #include <memory>
 
 namespace tw::testing {
+
+// A child that must not outlive the test process, even when it crashes or is
+// killed: the kernel sends SIGTERM when the parent goes.
+inline void endWithParent(QProcess& process) {
+  process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+}
 
 // A private dbus-daemon that calls itself a system bus.
 class PrivateBus {
@@ -29,6 +37,7 @@ class PrivateBus {
                      .arg(dir_.filePath(QStringLiteral("socket")))
                      .toUtf8());
     config.close();
+    endWithParent(daemon_);
     daemon_.setProgram(QStringLiteral("dbus-daemon"));
     daemon_.setArguments({QStringLiteral("--config-file=") + config.fileName(),
                           QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});
@@ -58,6 +67,7 @@ class FakeBluez {
     env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), busAddress);
     process_.setProcessEnvironment(env);
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    endWithParent(process_);
     process_.start(QStringLiteral(FAKE_BLUEZ_BIN), args);
     process_.waitForReadyRead(10000);
     ready_ = process_.readLine().trimmed() == "ready";

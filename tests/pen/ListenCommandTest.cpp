@@ -34,6 +34,7 @@ class Listen {
       env.insert(QStringLiteral("TSAN_OPTIONS"),
                  QStringLiteral("ignore_noninstrumented_modules=1"));
     process_.setProcessEnvironment(env);
+    testing::endWithParent(process_);
     process_.start(tintwellBin(), {QStringLiteral("listen")});
     process_.waitForStarted();
   }
