@@ -292,8 +292,7 @@ TEST_F(CoreQuillaTest, TwoAdvertisementsBeforeTheStopBothConnectAndTheLaterIsKep
   ASSERT_TRUE(waitForCall(QStringLiteral("scan all")));
   const PeripheralPtr a = sim_->addPeripheral(penConfig(kPenA, QStringLiteral("quilla a")));
   const PeripheralPtr b = sim_->addPeripheral(penConfig(kPenB, QStringLiteral("quilla b")));
-  sim_->advertise(a);
-  sim_->advertise(b);
+  sim_->advertise({a, b});
   drain();
   drain();
   const QStringList calls = sim_->calls();

@@ -232,19 +232,23 @@ void SimulatedCentral::setState(int state) {
 }
 
 void SimulatedCentral::advertise(const PeripheralPtr& peripheral) {
-  auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
-  {
-    // The scan in force when the advertisement arrives decides; a stop requested
-    // later does not take back a report already on its way.
-    std::lock_guard lock(mutex_);
-    if (!scan_) return;
+  advertise(QList<PeripheralPtr>{peripheral});
+}
+
+void SimulatedCentral::advertise(const QList<PeripheralPtr>& peripherals) {
+  // The scan in force when the advertisements arrive decides; a stop requested
+  // later does not take back reports already on their way.
+  std::lock_guard lock(mutex_);
+  if (!scan_) return;
+  for (const PeripheralPtr& peripheral : peripherals) {
+    auto sim = std::static_pointer_cast<SimPeripheral>(peripheral);
     if (*scan_) {
       bool admitted = false;
       for (const QUuid& u : sim->config().advertisedServices) admitted |= (*scan_)->contains(u);
-      if (!admitted) return;
+      if (!admitted) continue;
     }
+    queue_->post([this, sim] { delegate_->centralManagerDidDiscoverPeripheral(*this, sim); });
   }
-  queue_->post([this, sim] { delegate_->centralManagerDidDiscoverPeripheral(*this, sim); });
 }
 
 void SimulatedCentral::notify(const PeripheralPtr& peripheral, const QUuid& characteristic,

@@ -43,6 +43,8 @@ class SimulatedCentral : public CentralManager {
   void setState(int state);  // a new state report
   // Reported as a discovery when a scan that admits it runs.
   void advertise(const PeripheralPtr& peripheral);
+  // Several advertisements arriving at once, all before any stop can act.
+  void advertise(const QList<PeripheralPtr>& peripherals);
   // Sets the characteristic's value and reports it, as a notification.
   void notify(const PeripheralPtr& peripheral, const QUuid& characteristic,
               const QByteArray& value);
