@@ -12,7 +12,7 @@ lines=$(wc -l < "$input")
 rates=()
 for _ in $(seq "$runs"); do
   start=$(date +%s.%N)
-  cat "$input" | "$build/src/tintwell" convert | cat > /dev/null
+  cat "$input" | "$build/tintwell" convert | cat > /dev/null
   end=$(date +%s.%N)
   rates+=("$(echo "$lines / ($end - $start)" | bc -l)")
 done
