@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -17,8 +18,6 @@
 #include "telemetry/API_Logger.h"
 #include "telemetry/TerminationReply.h"
 #include "telemetry/UsageTransport.h"
-
-class QTimer;
 
 namespace tw {
 

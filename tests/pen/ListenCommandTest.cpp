@@ -2,6 +2,8 @@
 // private bus, with its own settings folder.
 #include <gtest/gtest.h>
 
+#include "telemetry/Reachability.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QProcess>
@@ -28,6 +30,11 @@ class Listen {
     env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), busAddress);
     env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
+    // The bridge's script folder and the Wine prefix stay inside the test too,
+    // and usage reports go to a local port nobody listens on.
+    env.insert(QStringLiteral("XDG_DATA_HOME"), configHome + QStringLiteral("/data"));
+    env.insert(QStringLiteral("WINEPREFIX"), configHome + QStringLiteral("/wine"));
+    env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), QStringLiteral("https://127.0.0.1:9"));
     env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QStringLiteral("0.1"));
     // Under ThreadSanitizer, leave out Debian's uninstrumented Qt (see TsanDefaults.cpp).
     if (!env.contains(QStringLiteral("TSAN_OPTIONS")))
@@ -148,12 +155,25 @@ TEST_F(ListenCommandTest, EachColourPrintsItsHexAndTheBatteryShowsAfterTheConnec
   ASSERT_TRUE(listen.waitForLine(QStringLiteral("Batter Level: 100 %")));
   const QStringList lines = listen.lines();
   const qsizetype i = lines.indexOf(QStringLiteral("buffer[0] :  1"));
-  // The link's own line, then the observer's.
-  EXPECT_EQ(lines.mid(i + 1, 2), (QStringList{QStringLiteral("FF8000"), QStringLiteral("FF8000")}));
+  // The link's own line; the count's line (the screen list, still empty); the
+  // panel's hex line.
+  EXPECT_EQ(lines.mid(i + 1, 3),
+            (QStringList{QStringLiteral("FF8000"), QString(), QStringLiteral("FF8000")}));
   listen.signal(SIGTERM);
   ASSERT_TRUE(listen.finish());
   EXPECT_EQ(listen.process().exitStatus(), QProcess::NormalExit);
   EXPECT_EQ(listen.process().exitCode(), 0);
+  // A colour was counted, so quitting tries to send it first (nothing answers
+  // on the local port, and the failed post ends the wait); on a machine
+  // without a default route it ends at once.
+  const QStringList all = listen.lines();
+  const qsizetype quit = all.indexOf(QStringLiteral("i am in applicationShouldTerminate ~"));
+  ASSERT_GE(quit, 0);
+  EXPECT_EQ(all.mid(quit + 1, 2), (QStringList{QStringLiteral("sending data"),
+                                               Reachability::isConnectedToNetwork()
+                                                   ? QStringLiteral("I will send the color log!")
+                                                   : QStringLiteral("No Internet found!")}));
+  EXPECT_EQ(all.last(), QStringLiteral("Final bye bye ~"));
 }
 
 TEST_F(ListenCommandTest, ShortPacketIsAControlledFatalStop) {
