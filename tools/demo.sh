@@ -45,8 +45,13 @@ pids+=($!)
 for _ in $(seq 100); do [ -s "$work/address" ] && break; sleep 0.05; done
 export DBUS_SYSTEM_BUS_ADDRESS=$(head -n1 "$work/address")
 export DBUS_SESSION_BUS_ADDRESS=disabled:
-# A fresh settings folder: the first run finds the pen by scanning.
+# A fresh settings folder: the first run finds the pen by scanning. The script
+# folder and the Wine prefix are the demo's own, and usage reports go to a
+# local port where nothing listens (override with TINTWELL_TELEMETRY_URL).
 export XDG_CONFIG_HOME="$work/config"
+export XDG_DATA_HOME="$work/data"
+export WINEPREFIX="$work/wine"
+export TINTWELL_TELEMETRY_URL=${TINTWELL_TELEMETRY_URL:-https://127.0.0.1:9}
 
 "$fake" --pen "QUILLA-Pen 02" --interval-ms 1000 >"$work/fake.out" &
 pids+=($!)
