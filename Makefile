@@ -16,7 +16,7 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps configure build run test asan-test tsan-test bench convert-bench format format-check clean
+.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench format format-check clean
 
 deps:
 	@missing=""; \
@@ -40,20 +40,25 @@ build: configure
 run: build
 	./$(BUILD)/tintwell --help
 
+# Everything but the ten-minute telemetry soak (make soak).
 test: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE soak
+
+# 1,000 telemetry ticks against a server that fails every third request.
+soak: build
+	cd $(BUILD) && ctest --output-on-failure -L soak
 
 # AddressSanitizer and UndefinedBehaviorSanitizer over the whole suite but the
 # exhaustive colour walk (the release run covers that).
 asan-test:
 	$(MAKE) build BUILD=build-asan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=address,undefined -DTINTWELL_BUILD_BENCH=OFF"
-	cd build-asan && ctest --output-on-failure -j $(JOBS) -LE exhaustive
+	cd build-asan && ctest --output-on-failure -j $(JOBS) -LE "exhaustive|soak"
 
 # ThreadSanitizer over the same suite: the pen thread, the main thread and the
 # network completions share state.
 tsan-test:
 	$(MAKE) build BUILD=build-tsan CMAKE_FLAGS="-DCMAKE_BUILD_TYPE=Debug -DTINTWELL_SANITIZE=thread -DTINTWELL_BUILD_BENCH=OFF"
-	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS) -LE exhaustive
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS) -LE "exhaustive|soak"
 
 bench: build
 	./$(BUILD)/bench/tintwell_bench
