@@ -47,9 +47,13 @@ void AppDelegate::terminate() {
 
 void AppDelegate::replyToApplicationShouldTerminate(bool shouldTerminate) {
   if (QThread::currentThread() != thread()) {
-    QMetaObject::invokeMethod(
-        this, [this, shouldTerminate] { replyToApplicationShouldTerminate(shouldTerminate); },
-        Qt::QueuedConnection);
+    // The wake-up is posted under the lock: the main thread takes the lock
+    // before it can act on the answer (and perhaps end and destroy this), so
+    // that ordering is one ThreadSanitizer sees too.
+    std::lock_guard lock(foreignMutex_);
+    if (foreignAnswers_.empty())
+      QMetaObject::invokeMethod(this, "takeForeignAnswers", Qt::QueuedConnection);
+    foreignAnswers_.push_back(shouldTerminate);
     return;
   }
   switch (state_) {
@@ -66,6 +70,15 @@ void AppDelegate::replyToApplicationShouldTerminate(bool shouldTerminate) {
         state_ = State::Running;
       return;
   }
+}
+
+void AppDelegate::takeForeignAnswers() {
+  std::vector<bool> answers;
+  {
+    std::lock_guard lock(foreignMutex_);
+    answers.swap(foreignAnswers_);
+  }
+  for (const bool answer : answers) replyToApplicationShouldTerminate(answer);
 }
 
 void AppDelegate::endApplication() {

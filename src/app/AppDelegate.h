@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QObject>
+#include <mutex>
+#include <vector>
 
 #include "telemetry/TerminationReply.h"
 
@@ -43,6 +45,10 @@ class AppDelegate : public QObject, public TerminationReply {
   // Emitted once the application has decided to end, after "Final bye bye ~".
   void terminated();
 
+ private Q_SLOTS:
+  // Applies the answers that other threads left in foreignAnswers_.
+  void takeForeignAnswers();
+
  private:
   enum class State { Running, Asking, Waiting, Ending };
   void endApplication();
@@ -50,6 +56,10 @@ class AppDelegate : public QObject, public TerminationReply {
   State state_ = State::Running;
   // An answer that came while the question was still being asked.
   int earlyAnswer_ = -1;
+  // Answers from other threads wait here for the main thread: the lock makes
+  // the hand-over one ThreadSanitizer can see, the queued call only wakes it.
+  std::mutex foreignMutex_;
+  std::vector<bool> foreignAnswers_;  // guarded by foreignMutex_
 };
 
 }  // namespace tw

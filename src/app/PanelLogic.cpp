@@ -8,6 +8,7 @@
 #include "common/Log.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
+#include "pen/Mailbox.h"
 
 namespace tw {
 
@@ -30,7 +31,8 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
       commander_(std::make_unique<Commander>(std::move(parts.host), std::move(parts.alerts))),
       apiLogger_(std::make_unique<API_Logger>()),
       closing_(*apiLogger_, application),
-      self_(std::make_shared<std::atomic<PanelLogic*>>(this)) {
+      self_(std::make_shared<std::atomic<PanelLogic*>>(this)),
+      mainQueue_(new pen::Mailbox(this)) {
   apiLogger_->setTransport(std::move(parts.transport));
   apiLogger_->setTerminationReply(&application);
   Q_UNUSED(bCalcSimilarColor);
@@ -103,8 +105,7 @@ void PanelLogic::handleNewColor(const Notification& notification) {
       apiLogger_->countColor(color.iR, color.iG, color.iB);
     }
   }
-  QMetaObject::invokeMethod(
-      this, [this, color] { showColor(color); }, Qt::QueuedConnection);
+  mainQueue_->post([this, color] { showColor(color); });
   logLine(color.colorHex);
 }
 
@@ -114,13 +115,11 @@ void PanelLogic::showColor(const ColorStruct& color) {
 }
 
 void PanelLogic::connectedNotificationWithNotification(const Notification&) {
-  QMetaObject::invokeMethod(
-      this, [this] { showConnected(); }, Qt::QueuedConnection);
+  mainQueue_->post([this] { showConnected(); });
 }
 
 void PanelLogic::disconnectedNotificationWithNotification(const Notification&) {
-  QMetaObject::invokeMethod(
-      this, [this] { showDisconnected(); }, Qt::QueuedConnection);
+  mainQueue_->post([this] { showDisconnected(); });
 }
 
 void PanelLogic::showConnected() {

@@ -21,6 +21,10 @@
 
 namespace tw {
 
+namespace pen {
+class Mailbox;
+}
+
 // The platform pieces the panel's objects are built on; tests put in their own.
 struct PanelParts {
   pen::CentralFactory central;
@@ -101,6 +105,9 @@ class PanelLogic : public QObject {
   // Observers are never removed: they reach the panel through this cell,
   // emptied when the panel goes.
   std::shared_ptr<std::atomic<PanelLogic*>> self_;
+  // Carries what observers on other threads hand to the main thread (colours,
+  // connection changes) in posting order, through a lock ThreadSanitizer sees.
+  pen::Mailbox* mainQueue_;
 
   mutable std::mutex colorMutex_;
   std::optional<ColorStruct> currentColorStruct_;  // guarded by colorMutex_

@@ -58,6 +58,7 @@ CoreQuilla::~CoreQuilla() {
   if (queue_ != nullptr) {
     queue_->quit();
     queue_->wait();
+    queueEnded_.wait();
   }
   {
     std::lock_guard lock(mutex_);
@@ -73,10 +74,19 @@ void CoreQuilla::setupCentralManager() {
   logLine("init CoreQuilla "sv);
   queue_ = new QThread;
   queue_->setObjectName(QStringLiteral("Orlo.Tintwell"));
+  auto ended = std::make_shared<std::promise<void>>();
+  queueEnded_ = ended->get_future();
+  QObject::connect(queue_, &QThread::finished, [ended] { ended->set_value(); });
+  {
+    // Held while the central is made, so that a report arriving at once sees it.
+    std::lock_guard lock(mutex_);
+    centralManager = factory_(this, queue_);
+  }
+  // Started only now: the central's objects are moved onto the thread and its
+  // first work is posted before the thread exists, so starting it publishes
+  // all of that (Qt's own hand-over to a running thread is invisible to
+  // ThreadSanitizer). Work posted before the start runs once its loop runs.
   queue_->start();
-  // Held while the central is made, so that a report arriving at once sees it.
-  std::lock_guard lock(mutex_);
-  centralManager = factory_(this, queue_);
 }
 
 QThread* CoreQuilla::queueThread() const { return queue_; }

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QtGlobal>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -90,6 +91,9 @@ class CoreQuilla : public CentralDelegate, public PeripheralDelegate {
   std::optional<int> observer;
 
   QThread* queue_ = nullptr;
+  // Made ready by the queue thread as the last thing it does for us: Qt's own
+  // wait for a thread's end is invisible to ThreadSanitizer, this is not.
+  std::future<void> queueEnded_;
   // Lives on the main thread: the fallback step runs through it.
   Mailbox* mainQueue_ = nullptr;
 };

@@ -5,14 +5,13 @@ namespace tw::pen {
 Mailbox::Mailbox(QObject* parent) : QObject(parent) {}
 
 void Mailbox::post(std::function<void()> work) {
-  bool wake = false;
-  {
-    std::lock_guard lock(mutex_);
-    pending_.push_back(std::move(work));
-    wake = !wakeQueued_;
-    wakeQueued_ = true;
-  }
-  if (wake) QMetaObject::invokeMethod(this, "drain", Qt::QueuedConnection);
+  // The wake-up is posted under the lock: drain() takes the lock before it can
+  // run the work (which may destroy this mailbox), so that ordering is one
+  // ThreadSanitizer sees too. drain() never calls into Qt while holding it.
+  std::lock_guard lock(mutex_);
+  pending_.push_back(std::move(work));
+  if (!wakeQueued_) QMetaObject::invokeMethod(this, "drain", Qt::QueuedConnection);
+  wakeQueued_ = true;
 }
 
 void Mailbox::drain() {

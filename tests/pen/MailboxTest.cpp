@@ -4,6 +4,7 @@
 
 #include <QThread>
 #include <atomic>
+#include <future>
 
 #include "pen/PenTestSupport.h"
 
@@ -14,9 +15,14 @@ TEST(MailboxTest, WorkRunsOnTheOwningThreadInPostingOrder) {
   testing::penTestApp();
   QThread thread;
   thread.setObjectName(QStringLiteral("worker"));
-  thread.start();
+  // Moved before the start, which publishes the mailbox to the thread.
   Mailbox mailbox;
   mailbox.moveToThread(&thread);
+  // Qt's wait for the thread's end is invisible to ThreadSanitizer; the
+  // thread's last word is not, so the mailbox may be freed after it.
+  std::promise<void> ended;
+  QObject::connect(&thread, &QThread::finished, [&ended] { ended.set_value(); });
+  thread.start();
   std::mutex mutex;
   std::vector<int> order;
   QStringList threads;
@@ -31,6 +37,7 @@ TEST(MailboxTest, WorkRunsOnTheOwningThreadInPostingOrder) {
   ASSERT_TRUE(testing::waitFor([&] { return done == 100; }));
   thread.quit();
   thread.wait();
+  ended.get_future().wait();
   std::vector<int> expected(100);
   for (int i = 0; i < 100; ++i) expected[size_t(i)] = i;
   EXPECT_EQ(order, expected);

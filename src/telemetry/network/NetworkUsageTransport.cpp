@@ -39,6 +39,15 @@ NetworkUsageTransport::NetworkUsageTransport()
       tls_(makeTlsConfiguration(extraCaCertificates())) {
   // Only the request's own header fields travel; no cookies are kept.
   manager_->setCookieJar(nullptr);
+  QObject::connect(manager_, &QNetworkAccessManager::finished, context_.get(),
+                   [this](QNetworkReply* reply) {
+                     const auto found = pending_.find(reply);
+                     if (found == pending_.end()) return;
+                     const Completion completion = std::move(found->second);
+                     pending_.erase(found);
+                     reply->deleteLater();
+                     finish(reply, completion);
+                   });
 }
 
 QSslConfiguration NetworkUsageTransport::makeTlsConfiguration(const QList<QSslCertificate>& extra) {
@@ -72,11 +81,7 @@ void NetworkUsageTransport::post(const UsageRequest& request, Completion complet
   networkRequest.setSslConfiguration(tls_);
 
   QNetworkReply* reply = manager_->sendCustomRequest(networkRequest, request.method, request.body);
-  QObject::connect(reply, &QNetworkReply::finished, context_.get(),
-                   [this, reply, completion = std::move(completion)] {
-                     reply->deleteLater();
-                     finish(reply, completion);
-                   });
+  pending_[reply] = std::move(completion);
 }
 
 void NetworkUsageTransport::finish(QNetworkReply* reply, const Completion& completion) {

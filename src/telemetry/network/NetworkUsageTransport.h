@@ -4,6 +4,7 @@
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QString>
+#include <map>
 #include <memory>
 
 #include "telemetry/UsageTransport.h"
@@ -38,6 +39,11 @@ class NetworkUsageTransport final : public UsageTransport {
  private:
   void finish(QNetworkReply* reply, const Completion& completion);
 
+  // The completions of the posts still out. One connection on the manager
+  // serves them all: a connection per reply would hand our slot object to Qt,
+  // which may free it on its network thread behind locks ThreadSanitizer
+  // cannot see. Only used on the transport's thread.
+  std::map<QNetworkReply*, Completion> pending_;
   std::unique_ptr<QObject> context_;  // owns the manager; its end cancels completions
   QNetworkAccessManager* manager_ = nullptr;
   QSslConfiguration tls_;
