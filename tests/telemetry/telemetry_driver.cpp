@@ -18,12 +18,14 @@
 #include <QSocketNotifier>
 #include <QString>
 #include <QThread>
+#include <future>
 
 #include "app/AppDelegate.h"
 #include "app/ClosingHandler.h"
 #include "app/TerminationSignals.h"
 #include "bridge/Commander.h"
 #include "common/Log.h"
+#include "pen/Mailbox.h"
 #include "telemetry/API_Logger.h"
 #include "telemetry/network/NetworkUsageTransport.h"
 
@@ -46,11 +48,18 @@ QString stateLine(tw::API_Logger& logger, tw::Commander& commander) {
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
 
+  // Work for the pen thread goes through a mailbox (a lock ThreadSanitizer
+  // sees) rather than inside Qt's queued calls; both exist before the thread
+  // starts, so the start publishes them.
   QThread penThread;
   penThread.setObjectName(QStringLiteral("Orlo.Tintwell"));
+  tw::pen::Mailbox penQueue;
+  penQueue.moveToThread(&penThread);
+  // Qt's own wait for a thread's end is invisible to ThreadSanitizer; this is
+  // the thread's last word, so what it touched may be freed after it.
+  std::promise<void> penEnded;
+  QObject::connect(&penThread, &QThread::finished, [&penEnded] { penEnded.set_value(); });
   penThread.start();
-  QObject penContext;
-  penContext.moveToThread(&penThread);
 
   tw::AppDelegate delegate;
   tw::Commander commander;
@@ -83,21 +92,21 @@ int main(int argc, char** argv) {
       const QString& verb = words[0];
       if (verb == QLatin1String("color") && words.size() == 4) {
         const int r = words[1].toInt(), g = words[2].toInt(), b = words[3].toInt();
-        QMetaObject::invokeMethod(
-            &penContext, [&logger, r, g, b] { logger.countColor(r, g, b); },
-            Qt::BlockingQueuedConnection);
+        std::promise<void> counted;
+        penQueue.post([&logger, &counted, r, g, b] {
+          logger.countColor(r, g, b);
+          counted.set_value();
+        });
+        counted.get_future().wait();
       } else if (verb == QLatin1String("burst") && words.size() == 2) {
         const int count = words[1].toInt();
-        QMetaObject::invokeMethod(
-            &penContext,
-            [&logger, count] {
-              for (int n = 1; n <= count; ++n) {
-                logger.countColor((n >> 16) & 0xFF, (n >> 8) & 0xFF, n & 0xFF);
-                QThread::usleep(200);
-              }
-              tw::logLine(std::string_view("BURST DONE"));
-            },
-            Qt::QueuedConnection);
+        penQueue.post([&logger, count] {
+          for (int n = 1; n <= count; ++n) {
+            logger.countColor((n >> 16) & 0xFF, (n >> 8) & 0xFF, n & 0xFF);
+            QThread::usleep(200);
+          }
+          tw::logLine(std::string_view("BURST DONE"));
+        });
       } else if (verb == QLatin1String("screen") && words.size() == 4) {
         logger.bPickScreenColor = true;
         logger.countColor(words[1].toInt(), words[2].toInt(), words[3].toInt());
@@ -119,5 +128,6 @@ int main(int argc, char** argv) {
   const int code = app.exec();
   penThread.quit();
   penThread.wait();
+  penEnded.get_future().wait();
   return code;
 }

@@ -1,0 +1,58 @@
+// Sanitizer defaults for every test program and every helper process the tests
+// start (tw_sanitizer_defaults in tests/CMakeLists.txt): the policy lives here
+// only.
+//
+// Debian's Qt, GLib and libdbus are not built with ThreadSanitizer, so their
+// own locking (futex-based mutexes, wake-up descriptors) is invisible to it.
+// Our data crosses threads through primitives it sees (std::mutex,
+// std::atomic, pen::Mailbox), never inside Qt's queued calls. Neither
+// ignore_noninstrumented_modules nor `race:<library>` is used: both also hide
+// races in our own code whenever Qt runs it (on a QThread, from the event
+// loop).
+#if defined(__SANITIZE_THREAD__)
+// The tests start child processes (QProcess forks and executes at once) after
+// threads exist.
+extern "C" const char* __tsan_default_options() { return "die_after_fork=0"; }
+
+// called_from_lib: what those libraries copy, or read and write through system
+// calls, themselves (wake-up descriptors, queued events, D-Bus messages) is
+// handed between their threads with locking ThreadSanitizer cannot see. It
+// leaves out only the intercepted calls those libraries make directly; all of
+// our code, also when Qt runs it on its threads, and the pthread locking they
+// use stay checked.
+extern "C" const char* __tsan_default_suppressions() {
+  return "called_from_lib:libQt6Core.so\n"
+         "called_from_lib:libQt6DBus.so\n"
+         "called_from_lib:libQt6Network.so\n"
+         "called_from_lib:libQt6Gui.so\n"
+         "called_from_lib:libglib-2.0.so\n"
+         "called_from_lib:libdbus-1.so\n"
+         "called_from_lib:libQt6XcbQpa.so\n"
+         "called_from_lib:libxcb.so\n"
+         // Allocation and release are not covered by called_from_lib. Each
+         // function below frees or first uses memory that another thread of
+         // its library allocated and handed over under that library's own
+         // (invisible) locking:
+         // Qt deletes a posted event on the receiving thread.
+         "race:QCoreApplicationPrivate::sendPostedEvents\n"
+         // Qt frees X events queued by its xcb reader thread.
+         "race:QXcbConnection::processXcbEvents\n"
+         // glibc's tzset guards its cached zone name with an internal lock.
+         "race:tzset_internal\n"
+         // libdbus locks a connection made on QtDBus's connection thread.
+         "race:dbus_connection_get_is_connected\n"
+         // OpenSSL's exit-time clean-up frees locks while Qt's network thread,
+         // not stopped at exit, may still hold a reference.
+         "race:CRYPTO_THREAD_lock_free\n"
+         // Not a race: libX11 destroys the display lock it holds while closing
+         // the display (its functions carry no symbols to name).
+         "mutex:libX11.so\n";
+}
+#endif
+
+#if defined(__SANITIZE_ADDRESS__)
+// When a process ends right after a post (the quit handshake does exactly
+// that), Qt's network thread may not have torn down its TLS connection yet;
+// what OpenSSL allocated for it is then still held at exit.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libcrypto.so\n"; }
+#endif
