@@ -29,18 +29,10 @@ extern "C" const char* __tsan_default_suppressions() {
          "called_from_lib:libdbus-1.so\n"
          "called_from_lib:libQt6XcbQpa.so\n"
          "called_from_lib:libxcb.so\n"
-         // Allocation and release are not covered by called_from_lib. Each
-         // function below frees or first uses memory that another thread of
-         // its library allocated and handed over under that library's own
-         // (invisible) locking:
-         // Qt deletes a posted event on the receiving thread.
-         "race:QCoreApplicationPrivate::sendPostedEvents\n"
-         // Qt frees X events queued by its xcb reader thread.
-         "race:QXcbConnection::processXcbEvents\n"
+         // Each function below frees or first uses memory that another thread
+         // of its library allocated, under that library's own locking:
          // glibc's tzset guards its cached zone name with an internal lock.
          "race:tzset_internal\n"
-         // libdbus locks a connection made on QtDBus's connection thread.
-         "race:dbus_connection_get_is_connected\n"
          // OpenSSL's exit-time clean-up frees locks while Qt's network thread,
          // not stopped at exit, may still hold a reference.
          "race:CRYPTO_THREAD_lock_free\n"
