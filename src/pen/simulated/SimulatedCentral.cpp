@@ -298,8 +298,14 @@ void SimulatedCentral::reportConnected(const std::shared_ptr<SimPeripheral>& sim
 }
 
 QStringList SimulatedCentral::calls() const {
+  // A deep copy: Qt's implicit sharing checks its reference count with a
+  // relaxed load, so a list shared with the queue thread (which keeps
+  // appending) would be a data race once the caller's copy is dropped.
   std::lock_guard lock(mutex_);
-  return calls_;
+  QStringList copy;
+  copy.reserve(calls_.size());
+  for (const QString& call : calls_) copy.append(QString(call.constData(), call.size()));
+  return copy;
 }
 
 void SimulatedCentral::afterPending(std::function<void()> work) { queue_->post(std::move(work)); }
