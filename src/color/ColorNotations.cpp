@@ -56,6 +56,38 @@ CMYK rgbToCMYK(double red, double green, double blue) {
 
 namespace {
 
+// For 8-bit channels the smallest complement is 1 - max exactly (1 - x never
+// increases with x), so each of C, M, Y depends only on its own channel and the
+// largest one, and K on the largest one alone. The tables hold what
+// rgbToCMYK itself gives for those pairs, so the bits are the same.
+struct CmykTables {
+  qint8 component[256][256];  // [largest][channel], channel <= largest
+  qint8 black[256];           // [largest]
+};
+
+const CmykTables& cmykTables() {
+  static const CmykTables tables = [] {
+    CmykTables t{};
+    for (int largest = 1; largest < 256; ++largest) {
+      for (int channel = 0; channel <= largest; ++channel) {
+        const CMYK c = rgbToCMYK(channel / 255.0, largest / 255.0, 0.0);
+        t.component[largest][channel] = static_cast<qint8>(c.C);
+        t.black[largest] = static_cast<qint8>(c.K);
+      }
+    }
+    return t;
+  }();
+  return tables;
+}
+
+CMYK cmykOfBytes(int red, int green, int blue) {
+  const int largest = std::max(std::max(red, green), blue);
+  if (largest == 0) return CMYK{0, 0, 0, 1};
+  const CmykTables& t = cmykTables();
+  return CMYK{t.component[largest][red], t.component[largest][green], t.component[largest][blue],
+              t.black[largest]};
+}
+
 double labCurve(double t) {
   return t > 0.008856 ? std::pow(t, 0.3333333333333333) : t * 7.787 + 0.13793103448275862;
 }
@@ -135,9 +167,34 @@ char* putWhole(char* p, double v) {
 
 // "%.1f" of a value already rounded to one decimal: the nearest double to n/10
 // prints as exactly n/10, so the digits come from n = |v| * 10 rounded.
+// "%.1f" text of n / 10 for n below 10,000: every Lab component of an 8-bit colour.
+struct TenthsTexts {
+  static constexpr quint64 kCount = 10000;
+  char text[kCount][8];
+  unsigned char length[kCount];
+};
+
+const TenthsTexts& tenthsTexts() {
+  static const TenthsTexts table = [] {
+    TenthsTexts t{};
+    for (quint64 n = 0; n < TenthsTexts::kCount; ++n) {
+      t.length[n] = static_cast<unsigned char>(
+          std::snprintf(t.text[n], 8, "%llu.%llu", static_cast<unsigned long long>(n / 10),
+                        static_cast<unsigned long long>(n % 10)));
+    }
+    return t;
+  }();
+  return table;
+}
+
 char* putTenths(char* p, double v) {
   if (std::signbit(v)) *p++ = '-';
   const quint64 tenths = static_cast<quint64>(truncateChecked(roundFast(std::fabs(v) * 10.0)));
+  if (tenths < TenthsTexts::kCount) {
+    const TenthsTexts& table = tenthsTexts();
+    std::memcpy(p, table.text[tenths], 8);
+    return p + table.length[tenths];
+  }
   p = putUnsigned(p, tenths / 10);
   *p++ = '.';
   *p++ = static_cast<char>('0' + tenths % 10);
@@ -233,12 +290,13 @@ Notations computeNotations(qint64 red, qint64 green, qint64 blue) {
   const double b = static_cast<double>(blue) / 255.0;
   Notations n;
   n.rgb = RGB{red, green, blue};
-  n.cmyk = rgbToCMYK(r, g, b);
   n.hsb = rgbToHSB(r, g, b);
   if (isByte(red) && isByte(green) && isByte(blue)) {
+    n.cmyk = cmykOfBytes(static_cast<int>(red), static_cast<int>(green), static_cast<int>(blue));
     const auto& table = linearTable();
     n.lab = labFromLinear(table[red], table[green], table[blue]);
   } else {
+    n.cmyk = rgbToCMYK(r, g, b);
     n.lab = rgbToLab(r, g, b);
   }
   return n;
