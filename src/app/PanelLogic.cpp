@@ -29,6 +29,7 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
     : view_(view),
       coreQuilla_(std::make_unique<pen::CoreQuilla>(std::move(parts.central))),
       commander_(std::make_unique<Commander>(std::move(parts.host), std::move(parts.alerts))),
+      colorHelper_(parts.colorHelper ? parts.colorHelper() : nullptr),
       apiLogger_(std::make_unique<API_Logger>()),
       closing_(*apiLogger_, application),
       self_(std::make_shared<std::atomic<PanelLogic*>>(this)),

@@ -14,6 +14,7 @@
 #include "bridge/AlertPresenter.h"
 #include "bridge/Commander.h"
 #include "bridge/HostDescription.h"
+#include "color/ColorHelper.h"
 #include "pen/CoreQuilla.h"
 #include "telemetry/API_Logger.h"
 #include "telemetry/TerminationReply.h"
@@ -31,6 +32,9 @@ struct PanelParts {
   std::shared_ptr<HostDescription> host;
   std::shared_ptr<AlertPresenter> alerts;
   std::shared_ptr<UsageTransport> transport;
+  // The screen picker's state; made between the bridge and the sender. Empty
+  // for a panel without a screen (the command-line listener).
+  std::function<std::unique_ptr<ColorHelper>()> colorHelper;
 };
 
 // The main colour panel without its drawing: it owns the pen link, the bridge
@@ -43,7 +47,8 @@ struct PanelParts {
 // serialised with colours arriving on the main thread.
 class PanelLogic : public QObject {
  public:
-  // Creates the pen link, the bridge and the sender, in that order.
+  // Creates the pen link, the bridge, the colour helper (when the parts have
+  // one) and the sender, in that order.
   PanelLogic(PanelView& view, TerminationReply& application, PanelParts parts);
   ~PanelLogic() override;
   PanelLogic(const PanelLogic&) = delete;
@@ -82,6 +87,8 @@ class PanelLogic : public QObject {
   pen::CoreQuilla& coreQuilla() { return *coreQuilla_; }
   Commander& commander() { return *commander_; }
   API_Logger& apiLogger() { return *apiLogger_; }
+  // Null when the parts had no colour helper.
+  ColorHelper* colorHelper() { return colorHelper_.get(); }
   std::optional<ColorStruct> currentColorStruct() const;
   // The stored battery timer (the last one made), and how many of the timers
   // made so far still run: a second connection leaves the first one running.
@@ -100,6 +107,7 @@ class PanelLogic : public QObject {
   // Owned for the panel's whole life, made in this order.
   std::unique_ptr<pen::CoreQuilla> coreQuilla_;
   std::unique_ptr<Commander> commander_;
+  std::unique_ptr<ColorHelper> colorHelper_;
   std::unique_ptr<API_Logger> apiLogger_;
   ClosingHandler closing_;
   // Observers are never removed: they reach the panel through this cell,

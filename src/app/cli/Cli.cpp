@@ -6,6 +6,7 @@
 #include "app/cli/ConvertCommand.h"
 #include "app/cli/CsvCommand.h"
 #include "app/cli/ListenCommand.h"
+#include "app/desktop/DesktopApplication.h"
 #include "common/Version.h"
 
 namespace tw {
@@ -13,7 +14,8 @@ namespace tw {
 const char* usageText() {
   return "Usage: tintwell [COMMAND] [ARGS...]\n"
          "\n"
-         "Desktop companion for the Quilla colour pen.\n"
+         "Desktop companion for the Quilla colour pen. Without a command, starts the\n"
+         "desktop panel.\n"
          "\n"
          "Commands:\n"
          "  convert [R G B]      Print a colour in HEX, RGB, CMYK, HSB and Lab, TAB separated.\n"
@@ -28,13 +30,7 @@ const char* usageText() {
 }
 
 int runCli(int argc, char** argv) {
-  if (argc < 2) {
-    std::fputs(
-        "tintwell: the desktop panel is not part of this build yet; see the commands below.\n\n",
-        stderr);
-    std::fputs(usageText(), stderr);
-    return 1;
-  }
+  if (argc < 2) return runDesktopApplication(argc, argv);
   const char* command = argv[1];
   if (std::strcmp(command, "--help") == 0 || std::strcmp(command, "-h") == 0 ||
       std::strcmp(command, "help") == 0) {

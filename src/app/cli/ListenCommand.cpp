@@ -50,9 +50,11 @@ int runListenCommand(int argc, char** argv) {
   installTerminationSignalHandlers(delegate);
   HeadlessPanelView view;
   PanelLogic panel(view, delegate,
-                   PanelParts{pen::platformCentralFactory(), defaultHostDescription(),
+                   PanelParts{pen::platformCentralFactory(),
+                              defaultHostDescription(),
                               std::make_shared<StderrAlertPresenter>(),
-                              std::make_shared<NetworkUsageTransport>()});
+                              std::make_shared<NetworkUsageTransport>(),
+                              {}});
   panel.viewDidLoad();
   panel.appear();
   delegate.applicationDidFinishLaunching();

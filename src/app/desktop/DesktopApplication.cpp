@@ -1,0 +1,42 @@
+#include "app/desktop/DesktopApplication.h"
+
+#include <QApplication>
+#include <QIcon>
+
+#include "app/AppDelegate.h"
+#include "app/TerminationSignals.h"
+#include "app/desktop/MessageBoxAlertPresenter.h"
+#include "app/desktop/PanelWindow.h"
+#include "app/desktop/ViewController_plus.h"
+#include "bridge/HostDescription.h"
+#include "pen/CentralManager.h"
+#include "resources/NamedImages.h"
+#include "telemetry/network/NetworkUsageTransport.h"
+
+namespace tw {
+
+int runDesktopApplication(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QApplication::setApplicationName(QStringLiteral("Tintwell"));
+  QApplication::setDesktopFileName(QStringLiteral("org.orlo.Tintwell"));
+  // Quitting is the delegate's: closing the panel for a screen pick must not
+  // end the loop, and closing it otherwise quits through the handshake.
+  QApplication::setQuitOnLastWindowClosed(false);
+  QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell"), 2.0)));
+
+  AppDelegate delegate;
+  installTerminationSignalHandlers(delegate);
+
+  PanelParts parts{pen::platformCentralFactory(), defaultHostDescription(),
+                   std::make_shared<MessageBoxAlertPresenter>(),
+                   std::make_shared<NetworkUsageTransport>(),
+                   [] { return std::make_unique<ColorHelper>(); }};
+  auto* panel = new ViewController_plus(delegate, std::move(parts));
+  PanelWindow window(delegate, panel);
+  panel->viewDidLoad();
+  window.show();
+  delegate.applicationDidFinishLaunching();
+  return QApplication::exec();
+}
+
+}  // namespace tw

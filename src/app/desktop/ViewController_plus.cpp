@@ -1,0 +1,296 @@
+#include "app/desktop/ViewController_plus.h"
+
+#include <QAction>
+#include <QFont>
+#include <QFontDatabase>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QMessageBox>
+#include <QVBoxLayout>
+#include <QWindow>
+
+#include "color/picker/ClearViewVC.h"
+#include "color/picker/ClearWindow.h"
+#include "color/picker/DropperCursor.h"
+#include "common/Fatal.h"
+#include "common/Version.h"
+#include "library/dialog/VCPantonePicker.h"
+#include "resources/NamedImages.h"
+#include "resources/TintedImage.h"
+
+namespace tw {
+
+namespace {
+
+const QColor kText(0xEC, 0xEC, 0xDF);
+const QColor kMutedText(0x9C, 0x9C, 0x86);
+const QColor kField(0x33, 0x33, 0x1A);
+
+QLineEdit* makeField(QWidget* parent, const QString& name, const QFont& font) {
+  auto* field = new QLineEdit(parent);
+  field->setObjectName(name);
+  // Read-only but selectable: designers copy these texts.
+  field->setReadOnly(true);
+  field->setFrame(false);
+  field->setFont(font);
+  field->setFocusPolicy(Qt::ClickFocus);
+  field->setContextMenuPolicy(Qt::DefaultContextMenu);
+  return field;
+}
+
+QLabel* makeCaption(QWidget* parent, const QString& text) {
+  auto* caption = new QLabel(text, parent);
+  QPalette palette = caption->palette();
+  palette.setColor(QPalette::WindowText, kMutedText);
+  caption->setPalette(palette);
+  return caption;
+}
+
+QPushButton* makeIconButton(QWidget* parent, const QString& name, const QString& toolTip) {
+  auto* button = new QPushButton(parent);
+  button->setObjectName(name);
+  button->setToolTip(toolTip);
+  button->setAccessibleName(toolTip);
+  button->setFlat(true);
+  button->setFocusPolicy(Qt::TabFocus);
+  return button;
+}
+
+}  // namespace
+
+ViewController_plus::ViewController_plus(TerminationReply& application, PanelParts parts,
+                                         QWidget* parent)
+    : QWidget(parent), logic_(std::make_unique<PanelLogic>(*this, application, std::move(parts))) {
+  if (!logic_->colorHelper()) fatalStop("the desktop panel was made without a colour helper");
+  buildLayout();
+}
+
+ViewController_plus::~ViewController_plus() = default;
+
+QColor ViewController_plus::backgroundColor() { return QColor::fromRgb(40, 40, 20); }
+
+QPixmap ViewController_plus::imageNamed(const QString& name) const {
+  return namedPixmap(name, devicePixelRatioF());
+}
+
+void ViewController_plus::buildLayout() {
+  setObjectName(QStringLiteral("ViewController_plus"));
+  QPalette palette = this->palette();
+  palette.setColor(QPalette::WindowText, kText);
+  palette.setColor(QPalette::Text, kText);
+  palette.setColor(QPalette::Base, kField);
+  palette.setColor(QPalette::Button, kField);
+  palette.setColor(QPalette::ButtonText, kText);
+  palette.setColor(QPalette::Highlight, QColor(0x6E, 0x6E, 0x3A));
+  palette.setColor(QPalette::HighlightedText, Qt::white);
+  setPalette(palette);
+
+  QFont mono = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+  QFont hexFont = mono;
+  hexFont.setPointSizeF(mono.pointSizeF() * 1.6);
+  hexFont.setBold(true);
+
+  // Top row: connection on the left, battery on the right.
+  auto* bt = makeIconButton(this, QStringLiteral("btStatus"), tr("Pen connection"));
+  bt->setIcon(QIcon(imageNamed(QStringLiteral("BT off"))));
+  bt->setIconSize(QSize(24, 24));
+  btStatus = bt;
+  auto* battery = new QLabel(this);
+  battery->setObjectName(QStringLiteral("imgBattery"));
+  battery->setPixmap(imageNamed(QStringLiteral("50")));
+  battery->setToolTip(tr("Pen battery"));
+  battery->hide();  // until a pen connects
+  imgBattery = battery;
+  auto* top = new QHBoxLayout;
+  top->addWidget(bt);
+  top->addStretch(1);
+  top->addWidget(battery);
+
+  // The crown, tinted with the colour.
+  auto* crownView = new QLabel(this);
+  crownView->setObjectName(QStringLiteral("crown"));
+  crownView->setPixmap(imageNamed(QStringLiteral("crown")));
+  crownView->setAlignment(Qt::AlignCenter);
+  crownView->setMinimumSize(72, 72);
+  crown = crownView;
+
+  auto* hex = makeField(this, QStringLiteral("hexInfo"), hexFont);
+  hex->setAlignment(Qt::AlignCenter);
+  hex->setAccessibleName(tr("Hexadecimal"));
+  hexInfo = hex;
+
+  // The four notations, a caption each.
+  auto* grid = new QGridLayout;
+  grid->setHorizontalSpacing(10);
+  grid->setVerticalSpacing(2);
+  const struct {
+    const char* caption;
+    const char* name;
+    QPointer<QLineEdit>* field;
+  } rows[] = {{"RGB", "rgbInfo", &rgbInfo},
+              {"CMYK", "cmykInfo", &cmykInfo},
+              {"HSB", "hsbInfo", &hsbInfo},
+              {"Lab", "labInfo", &labInfo}};
+  int row = 0;
+  for (const auto& r : rows) {
+    grid->addWidget(makeCaption(this, QString::fromLatin1(r.caption)), row, 0);
+    auto* field = makeField(this, QString::fromLatin1(r.name), mono);
+    field->setAccessibleName(QString::fromLatin1(r.caption));
+    field->setMinimumWidth(QFontMetrics(mono).horizontalAdvance(QLatin1Char('0')) * 24);
+    grid->addWidget(field, row, 1);
+    *r.field = field;
+    ++row;
+  }
+
+  // Bottom row: the crown button and the three actions.
+  auto* crownButton = makeIconButton(this, QStringLiteral("crownBtn"), tr("Current colour"));
+  crownButton->setIcon(QIcon(imageNamed(QStringLiteral("crown"))));
+  crownButton->setIconSize(QSize(24, 24));
+  connect(crownButton, &QPushButton::clicked, this, &ViewController_plus::useCrownColor);
+  crownBtn = crownButton;
+  auto* dropper = makeIconButton(this, QStringLiteral("dropperBtn"), tr("Pick from screen"));
+  dropper->setIcon(QIcon(imageNamed(QStringLiteral("dropper2.png"))));
+  dropper->setIconSize(QSize(22, 22));
+  connect(dropper, &QPushButton::clicked, this, &ViewController_plus::findScreenColor);
+  dropperBtn = dropper;
+  auto* library = makeIconButton(this, QStringLiteral("libraryBtn"), tr("Colour libraries"));
+  library->setIcon(QIcon(imageNamed(QStringLiteral("library"))));
+  library->setIconSize(QSize(22, 22));
+  connect(library, &QPushButton::clicked, this, &ViewController_plus::showColorLibraries);
+  libraryBtn = library;
+  auto* info = makeIconButton(this, QStringLiteral("infoBtn"), tr("About Tintwell"));
+  info->setIcon(QIcon(imageNamed(QStringLiteral("info"))));
+  info->setIconSize(QSize(22, 22));
+  connect(info, &QPushButton::clicked, this, &ViewController_plus::showSetting);
+  infoBtn = info;
+  auto* bottom = new QHBoxLayout;
+  bottom->addWidget(crownButton);
+  bottom->addStretch(1);
+  bottom->addWidget(dropper);
+  bottom->addWidget(library);
+  bottom->addWidget(info);
+
+  // Declared for features this version does not carry out; bound here and
+  // kept out of sight so nothing dead shows.
+  auto* name = new QLineEdit(this);
+  name->setObjectName(QStringLiteral("colorName"));
+  name->hide();
+  colorName = name;
+  auto* combos = new QComboBox(this);
+  combos->setObjectName(QStringLiteral("colorLibraryCombos"));
+  combos->hide();
+  colorLibraryCombos = combos;
+  QPointer<QPushButton>* recent[] = {&btnColor1, &btnColor2, &btnColor3, &btnColor4,
+                                     &btnSelectedBtn};
+  const char* recentNames[] = {"btnColor1", "btnColor2", "btnColor3", "btnColor4",
+                               "btnSelectedBtn"};
+  for (int i = 0; i < 5; ++i) {
+    auto* button = new QPushButton(this);
+    button->setObjectName(QString::fromLatin1(recentNames[i]));
+    button->hide();
+    *recent[i] = button;
+  }
+
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(14, 10, 14, 10);
+  layout->setSpacing(6);
+  layout->addLayout(top);
+  layout->addWidget(crownView);
+  layout->addWidget(hex);
+  layout->addSpacing(4);
+  layout->addLayout(grid);
+  layout->addSpacing(4);
+  layout->addLayout(bottom);
+}
+
+void ViewController_plus::viewDidLoad() { logic_->viewDidLoad(); }
+
+void ViewController_plus::viewWillAppear() {
+  QWidget* panelWindow = window();
+  if (!panelWindow || !panelWindow->isWindow() || panelWindow == this)
+    fatalStop("the colour panel has no window as it appears");
+  ColorHelper& helper = colorHelper();
+  helper.window = panelWindow;
+  helper.installMonitor();
+  helper.mainScreenHeight = helper.mainDisplayPixelsHigh();
+
+  // Floating: above ordinary windows.
+  if (QWindow* handle = panelWindow->windowHandle())
+    handle->setFlag(Qt::WindowStaysOnTopHint, true);
+
+  QPalette palette = this->palette();
+  palette.setColor(QPalette::Window, backgroundColor());
+  setPalette(palette);
+  setAutoFillBackground(true);
+
+  logic_->appear();
+}
+
+void ViewController_plus::viewDidDisappear() { logic_->viewDidDisappear(); }
+
+void ViewController_plus::findScreenColor() {
+  colorHelper().bPickScreenColor = true;
+  logic_->armScreenPickCount();
+
+  auto* picker = ClearWindow::windowWithContentViewController(new ClearViewVC);
+  picker->makeKeyAndOrderFront();
+  picker->appMainWindow = window();
+  picker->showWindow();
+  Q_EMIT closingForScreenPick();
+  window()->close();
+  setDropperCursor();
+}
+
+void ViewController_plus::showSetting() {
+  QMessageBox alert(QMessageBox::Information, tr("Tintwell"),
+                    QStringLiteral("Version : TW-V ") + QString::fromLatin1(kVersion),
+                    QMessageBox::NoButton, this);
+  alert.setObjectName(QStringLiteral("versionAlert"));
+  alert.setInformativeText(QString());
+  alert.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+  alert.exec();
+}
+
+void ViewController_plus::useCrownColor() {}
+
+void ViewController_plus::showColorLibraries() {
+  auto* dialog = new VCPantonePicker(this);
+  dialog->setWindowModality(Qt::WindowModal);
+  dialog->show();
+}
+
+void ViewController_plus::showColor(const ColorStruct& color) {
+  if (!crown || crown->pixmap().isNull()) fatalStop("the crown image is missing");
+  if (!crownBtn || !hexInfo) fatalStop("a colour control of the panel is missing");
+  crown->setPixmap(tintedImage(crown->pixmap(), color.color));
+  crownBtn->setIcon(QIcon(tintedImage(crown->pixmap(), color.color)));
+  hexInfo->setText(QStringLiteral("#") + color.colorHex);
+}
+
+void ViewController_plus::showColorTexts(const AllColor& notations) {
+  if (!rgbInfo || !cmykInfo || !hsbInfo || !labInfo)
+    fatalStop("a notation field of the panel is missing");
+  rgbInfo->setText(notations.txtRGB);
+  cmykInfo->setText(notations.txtCMYK);
+  hsbInfo->setText(notations.txtHSB);
+  labInfo->setText(notations.txtLAB);
+}
+
+void ViewController_plus::setConnectionImage(const QString& imageName) {
+  if (!btStatus) fatalStop("the connection indicator is missing");
+  btStatus->setIcon(QIcon(imageNamed(imageName)));
+  btStatus->setProperty("imageName", imageName);
+}
+
+void ViewController_plus::setBatteryShown(bool shown) {
+  if (!imgBattery) fatalStop("the battery image is missing");
+  imgBattery->setVisible(shown);
+}
+
+void ViewController_plus::setBatteryImage(const QString& imageName) {
+  if (!imgBattery) fatalStop("the battery image is missing");
+  imgBattery->setPixmap(imageNamed(imageName));
+  imgBattery->setProperty("imageName", imageName);
+}
+
+}  // namespace tw

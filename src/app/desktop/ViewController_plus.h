@@ -1,0 +1,101 @@
+#pragma once
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QWidget>
+#include <memory>
+
+#include "app/PanelLogic.h"
+#include "app/PanelView.h"
+
+namespace tw {
+
+// The main colour panel as a widget: the content of the main window. Its logic
+// (the owned objects, the observers, the colour bookkeeping, the battery
+// timers) is PanelLogic, shared with `tintwell listen`; this class draws what
+// that logic shows and carries the panel's actions.
+//
+// The containing window calls viewWillAppear() before each appearance and
+// viewDidDisappear() when it is closed (PanelWindow does both).
+class ViewController_plus : public QWidget, public PanelView {
+  Q_OBJECT
+
+ public:
+  // Creates the pen link, the bridge, the colour helper and the telemetry
+  // sender in that order (through PanelLogic), then builds the controls.
+  ViewController_plus(TerminationReply& application, PanelParts parts, QWidget* parent = nullptr);
+  ~ViewController_plus() override;
+
+  // Registers the observers, starts the pen link and fixes the script files.
+  void viewDidLoad();
+  // The appear sequence: screen picker set-up, floating window, background,
+  // telemetry and the start-up colour. Needs a window.
+  void viewWillAppear();
+  void viewDidAppear() {}
+  // Prints "viewDidDisappear!" and stops the stored battery timer.
+  void viewDidDisappear();
+
+  // Actions.
+  // Arms a screen pick, opens the picking window, closes this panel's window
+  // and sets the dropper cursor.
+  void findScreenColor();
+  // The version alert "Version : TW-V <version>".
+  void showSetting();
+  // Deliberately does nothing.
+  void useCrownColor();
+  // Opens the colour library dialog, modal to the panel.
+  void showColorLibraries();
+
+  PanelLogic& logic() { return *logic_; }
+  ColorHelper& colorHelper() { return *logic_->colorHelper(); }
+
+  // Interface references, named after their controls. Filled by the panel's
+  // layout; the logic never replaces them.
+  QPointer<QLabel> crown;
+  QPointer<QLineEdit> hexInfo;
+  QPointer<QLineEdit> rgbInfo;
+  QPointer<QLineEdit> cmykInfo;
+  QPointer<QLineEdit> hsbInfo;
+  QPointer<QLineEdit> labInfo;
+  QPointer<QPushButton> btStatus;
+  QPointer<QPushButton> crownBtn;
+  QPointer<QLabel> imgBattery;
+  // Kept for the library feature and the recent colours: bound, never read or
+  // changed by the panel (so they stay hidden).
+  QPointer<QLineEdit> colorName;
+  QPointer<QComboBox> colorLibraryCombos;
+  QPointer<QPushButton> btnColor1;
+  QPointer<QPushButton> btnColor2;
+  QPointer<QPushButton> btnColor3;
+  QPointer<QPushButton> btnColor4;
+  QPointer<QPushButton> btnSelectedBtn;
+  // The buttons that carry the actions.
+  QPointer<QPushButton> dropperBtn;
+  QPointer<QPushButton> libraryBtn;
+  QPointer<QPushButton> infoBtn;
+
+  // What the panel shows; main thread only.
+  void showColor(const ColorStruct& color) override;
+  void showColorTexts(const AllColor& notations) override;
+  void setConnectionImage(const QString& imageName) override;
+  void setBatteryShown(bool shown) override;
+  void setBatteryImage(const QString& imageName) override;
+
+  // The background every appearance sets: opaque (40, 40, 20), a dark olive.
+  static QColor backgroundColor();
+
+ Q_SIGNALS:
+  // The panel asked its window to close for a screen pick (not a quit).
+  void closingForScreenPick();
+
+ private:
+  void buildLayout();
+  QPixmap imageNamed(const QString& name) const;
+
+  std::unique_ptr<PanelLogic> logic_;
+};
+
+}  // namespace tw
