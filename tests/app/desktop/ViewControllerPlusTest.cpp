@@ -1,0 +1,506 @@
+// The desktop panel's widgets on the offscreen platform, with the real panel
+// logic, bridge (a stand-in `wine` on PATH records launches) and notification
+// centre; the pen is the simulated central (powered off: the tests post the
+// pen's notifications themselves) and the screen is the fake picking backend.
+#include "app/desktop/ViewController_plus.h"
+
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QLayout>
+#include <QMessageBox>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+#include <QWindow>
+
+#include "app/AppDelegate.h"
+#include "app/Notifications.h"
+#include "app/desktop/PanelWindow.h"
+#include "bridge/RunningApplications.h"
+#include "color/ScreenPickTestSupport.h"
+#include "color/picker/ClearWindow.h"
+#include "color/picker/DropperCursor.h"
+#include "color/picker/OffscreenApp.h"
+#include "common/TimeScale.h"
+#include "common/Version.h"
+#include "library/dialog/VCPantonePicker.h"
+#include "pen/simulated/SimulatedCentral.h"
+#include "telemetry/Reachability.h"
+
+namespace tw {
+namespace {
+
+const QString kPhotoshop =
+    QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
+
+QApplication& app() {
+  static QApplication& instance = [&]() -> QApplication& {
+    // 180 s battery period -> 1.8 s, 3 s first check -> 30 ms.
+    qputenv("TINTWELL_TIME_SCALE", "0.01");
+    return testing::offscreenApp();
+  }();
+  return instance;
+}
+
+bool waitFor(const std::function<bool()>& done, int ms = 5000) {
+  QDeadlineTimer deadline(ms);
+  while (!done()) {
+    if (deadline.hasExpired()) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QThread::msleep(1);
+  }
+  return true;
+}
+
+void spin(int ms) {
+  waitFor([] { return false; }, ms);
+}
+
+// Counts requests and never answers: these tests never reach a send.
+class IdleTransport : public UsageTransport {
+ public:
+  void post(const UsageRequest&, Completion) override { ++posts; }
+  std::atomic<int> posts{0};
+};
+
+// The colour of the crown's middle pixel, where the drawing is opaque.
+QColor crownCentre(const QPixmap& pixmap) {
+  const QImage image = pixmap.toImage();
+  return image.pixelColor(image.width() / 2, image.height() * 6 / 10);
+}
+
+QList<ClearWindow*> pickingWindows() {
+  QList<ClearWindow*> found;
+  for (QWidget* widget : QApplication::topLevelWidgets())
+    if (auto* picker = qobject_cast<ClearWindow*>(widget)) found << picker;
+  return found;
+}
+
+class ViewControllerPlusTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    app();
+    ASSERT_TRUE(home_.isValid());
+    qputenv("HOME", home_.path().toUtf8());
+    qputenv("XDG_DATA_HOME", (home_.path() + "/data").toUtf8());
+    qputenv("XDG_CONFIG_HOME", (home_.path() + "/config").toUtf8());
+    qputenv("WINEPREFIX", (home_.path() + "/wine").toUtf8());
+    QDir().mkpath(home_.path() + "/bin");
+    QFile wine(home_.path() + "/bin/wine");
+    ASSERT_TRUE(wine.open(QIODevice::WriteOnly));
+    wine.write(
+        "#!/bin/sh\nprintf '%s|' \"$@\" >> \"$HOME/launches\"\necho >> \"$HOME/launches\"\n");
+    wine.close();
+    wine.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("PATH", (home_.path() + "/bin:" + qEnvironmentVariable("PATH")).toUtf8());
+
+    pointer_->height = 600;
+    pointer_->location = QPointF(100, 500);  // top-left row 100
+    PanelParts parts;
+    parts.central = [](pen::CentralDelegate* d, QThread* q) {
+      return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
+    };
+    parts.host = std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
+        std::vector<RunningApplication>{{QStringLiteral("Photoshop.exe"), kPhotoshop}}));
+    parts.alerts = std::make_shared<SilentAlertPresenter>();
+    parts.transport = transport_;
+    parts.colorHelper = [this] {
+      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
+    };
+    ::testing::internal::CaptureStdout();
+    panel_ = new ViewController_plus(delegate_, std::move(parts));
+    window_ = std::make_unique<PanelWindow>(delegate_, panel_);
+    panel_->viewDidLoad();
+  }
+  void TearDown() override {
+    for (ClearWindow* picker : pickingWindows()) delete picker;
+    restoreCursor();
+    window_.reset();
+    // Failure messages go to standard output too: pass them on.
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    if (HasFailure()) std::fputs(out.c_str(), stderr);
+  }
+
+  // Shows the window and lets the start-up colour reach the display.
+  void start() {
+    window_->show();
+    ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#FAFAFA"; }));
+  }
+  QString takeOutput() {
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    ::testing::internal::CaptureStdout();
+    return QString::fromStdString(out);
+  }
+  QStringList launches() const {
+    QFile file(home_.path() + "/launches");
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+  }
+  void postPenColour(const ColorStruct& colour) {
+    QThread* pen = QThread::create([&] {
+      NotificationCenter::defaultCenter().post(
+          notification::newColor(), colour,
+          UserInfo{{notification::quillaKey(), QStringLiteral("NewColor")}});
+    });
+    pen->start();
+    pen->wait();
+    delete pen;
+  }
+  void postFromPenThread(const QString& name, const QString& value) {
+    QThread* pen = QThread::create([&] {
+      NotificationCenter::defaultCenter().post(name, {},
+                                               UserInfo{{notification::quillaKey(), value}});
+    });
+    pen->start();
+    pen->wait();
+    delete pen;
+  }
+  void pick(const QColor& colour) {
+    sampler_->color = colour;
+    panel_->findScreenColor();
+    ASSERT_FALSE(window_->isVisible());
+    monitor_->click();
+  }
+  ColorRecord::Fields record() { return panel_->logic().apiLogger().colorRecord()->read(); }
+  qint64 photoshopPushes() {
+    return panel_->logic().commander().tempApplicationRecord()->read().PS;
+  }
+  QString batteryImage() const { return panel_->imgBattery->property("imageName").toString(); }
+
+  QTemporaryDir home_;
+  AppDelegate delegate_;
+  std::shared_ptr<IdleTransport> transport_ = std::make_shared<IdleTransport>();
+  std::shared_ptr<testing::FakeClickMonitor> monitor_ =
+      std::make_shared<testing::FakeClickMonitor>();
+  std::shared_ptr<testing::FakePointer> pointer_ = std::make_shared<testing::FakePointer>();
+  std::shared_ptr<testing::FakeSampler> sampler_ = std::make_shared<testing::FakeSampler>();
+  ViewController_plus* panel_ = nullptr;  // owned by the window
+  std::unique_ptr<PanelWindow> window_;
+};
+
+TEST_F(ViewControllerPlusTest, StartUpShowsFAFAFAWithTheTextsOf250AndNeitherPushesNorCounts) {
+  start();
+  EXPECT_EQ(panel_->rgbInfo->text(), "250  250  250");
+  EXPECT_EQ(panel_->cmykInfo->text(), "0  0  0  2");
+  EXPECT_EQ(panel_->hsbInfo->text(), "0  0  98");
+  EXPECT_EQ(panel_->labInfo->text(), "98.3  0.0  -0.0 ");
+  EXPECT_EQ(crownCentre(panel_->crown->pixmap()), QColor(250, 250, 250));
+  EXPECT_EQ(crownCentre(panel_->crownBtn->icon().pixmap(64)), QColor(250, 250, 250));
+  EXPECT_EQ(photoshopPushes(), 0);
+  EXPECT_TRUE(launches().isEmpty());
+  EXPECT_EQ(record().counter_device, 0);
+  EXPECT_EQ(record().counter_screen, 0);
+  EXPECT_TRUE(takeOutput().contains("FAFAFA\n"));
+}
+
+TEST_F(ViewControllerPlusTest, AppearingSetsUpThePickerFloatsAndPaintsTheDarkOliveBackground) {
+  start();
+  EXPECT_EQ(panel_->colorHelper().window, window_.get());
+  EXPECT_EQ(monitor_->handlers.size(), 1u);
+  EXPECT_EQ(panel_->colorHelper().mainScreenHeight, 600);
+  ASSERT_NE(window_->windowHandle(), nullptr);
+  EXPECT_TRUE(window_->windowHandle()->flags() & Qt::WindowStaysOnTopHint);
+  EXPECT_TRUE(panel_->autoFillBackground());
+  EXPECT_EQ(panel_->palette().color(QPalette::Window), QColor(40, 40, 20));
+  const QImage shown = panel_->grab().toImage();
+  EXPECT_EQ(shown.pixelColor(2, 2), QColor(40, 40, 20));
+  const auto fields = record();
+  EXPECT_EQ(fields.vender, "Vandu");
+  EXPECT_EQ(fields.app, "TW+V");
+  EXPECT_EQ(fields.version, QString::fromLatin1(kVersion));
+}
+
+TEST_F(ViewControllerPlusTest, APenColourIsShownTintedWithItsTextsPushedAndCounted) {
+  start();
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#123456"; }));
+  EXPECT_EQ(panel_->rgbInfo->text(), "18  52  86");
+  EXPECT_EQ(crownCentre(panel_->crown->pixmap()), QColor(18, 52, 86));
+  EXPECT_EQ(crownCentre(panel_->crownBtn->icon().pixmap(64)), QColor(18, 52, 86));
+  // The crown keeps its shape: transparent corners stay transparent.
+  EXPECT_EQ(panel_->crown->pixmap().toImage().pixelColor(0, 0).alpha(), 0);
+  EXPECT_EQ(photoshopPushes(), 1);
+  EXPECT_EQ(launches().size(), 1);
+  EXPECT_EQ(record().colors_device, ",#123456");
+}
+
+TEST_F(ViewControllerPlusTest, TheSamePenColourTwiceIsShownTwiceButPushedAndCountedOnce) {
+  start();
+  takeOutput();
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  // Each arrival prints its hex line and queues its display.
+  EXPECT_EQ(takeOutput().count("123456\n"), 2);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#123456"; }));
+  EXPECT_EQ(photoshopPushes(), 1);
+  EXPECT_EQ(record().counter_device, 1);
+}
+
+TEST_F(ViewControllerPlusTest, ConnectionShowsBtOnAndTheBatteryImageThreeSecondsLater) {
+  start();
+  EXPECT_TRUE(panel_->imgBattery->isHidden());
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return panel_->btStatus->property("imageName") == "BT on"; }));
+  EXPECT_TRUE(panel_->imgBattery->isVisible());
+  EXPECT_EQ(panel_->logic().activeBatteryTimers(), 1);
+  // No battery level is known: 0 shows "10", from the 3 s step (30 ms here),
+  // well before the first 180 s tick (1.8 s here).
+  QDeadlineTimer beforeFirstTick(scaledMs(180.0));
+  ASSERT_TRUE(waitFor([&] { return batteryImage() == "10"; }, 1000));
+  EXPECT_FALSE(beforeFirstTick.hasExpired());
+}
+
+TEST_F(ViewControllerPlusTest, DisconnectionShowsBtOffHidesTheBatteryAndStopsItsTimer) {
+  start();
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return panel_->imgBattery->isVisible(); }));
+  postFromPenThread(notification::disconnected(), QStringLiteral("Device Disconnected"));
+  ASSERT_TRUE(waitFor([&] { return panel_->btStatus->property("imageName") == "BT off"; }));
+  EXPECT_TRUE(panel_->imgBattery->isHidden());
+  EXPECT_EQ(panel_->logic().activeBatteryTimers(), 0);
+}
+
+TEST_F(ViewControllerPlusTest, FindScreenColorArmsBothFlagsOpensThePickerAndClosesThePanel) {
+  start();
+  takeOutput();
+  panel_->findScreenColor();
+  EXPECT_TRUE(panel_->colorHelper().bPickScreenColor);
+  EXPECT_TRUE(panel_->logic().apiLogger().bPickScreenColor);
+  const auto pickers = pickingWindows();
+  ASSERT_EQ(pickers.size(), 1);
+  EXPECT_EQ(pickers.front()->appMainWindow, window_.get());
+  EXPECT_FALSE(window_->isVisible());
+  ASSERT_NE(QGuiApplication::overrideCursor(), nullptr);
+  EXPECT_EQ(QGuiApplication::overrideCursor()->hotSpot(), kDropperHotSpot);
+  const QString out = takeOutput();
+  EXPECT_TRUE(out.contains("viewDidDisappear!\n")) << out.toStdString();
+  EXPECT_TRUE(out.contains("cursor changed\n")) << out.toStdString();
+  // Closing the panel for a pick is not a quit.
+  spin(20);
+  EXPECT_FALSE(delegate_.isTerminationPending());
+}
+
+TEST_F(ViewControllerPlusTest, APickRightAfterStartUpIsShownCountedAsAScreenColourAndPushed) {
+  start();
+  pick(QColor(60, 127, 224));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#3C7FE0"; }));
+  EXPECT_TRUE(window_->isVisible());
+  EXPECT_TRUE(pickingWindows().isEmpty());
+  EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);
+  EXPECT_EQ(crownCentre(panel_->crown->pixmap()), QColor(60, 127, 224));
+  EXPECT_EQ(record().colors_screen, ",#3C7FE0");
+  EXPECT_EQ(record().counter_device, 0);
+  EXPECT_EQ(photoshopPushes(), 1);
+  // Sampled where the pointer was: (100, 600 - 500).
+  ASSERT_EQ(sampler_->reads.size(), 1u);
+  EXPECT_EQ(sampler_->reads.front(), QPointF(100, 100));
+}
+
+TEST_F(ViewControllerPlusTest,
+       AfterAPenColourThePanelsReturnRestartsTelemetryAndTakesTheScreenCount) {
+  // The panel's return runs the appear sequence: telemetry starts a fresh
+  // record, and the start-up colour, now new to the bridge, is counted while
+  // the pick is armed, so as the screen colour; the sampled colour after it
+  // counts as a pen colour.
+  start();
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#123456"; }));
+  ASSERT_EQ(record().colors_device, ",#123456");
+  pick(QColor(60, 127, 224));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#3C7FE0"; }));
+  EXPECT_EQ(record().colors_screen, ",#FAFAFA");
+  EXPECT_EQ(record().colors_device, ",#3C7FE0");
+  EXPECT_EQ(photoshopPushes(), 3);
+}
+
+TEST_F(ViewControllerPlusTest, EveryAppearanceInstallsAnotherMonitorButOneClickPicksOnce) {
+  start();
+  pick(QColor(1, 2, 3));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#010203"; }));
+  EXPECT_EQ(monitor_->handlers.size(), 2u);
+  pick(QColor(4, 5, 6));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#040506"; }));
+  EXPECT_EQ(sampler_->reads.size(), 2u);
+  // A click while not armed does nothing.
+  monitor_->click();
+  spin(20);
+  EXPECT_EQ(sampler_->reads.size(), 2u);
+}
+
+TEST_F(ViewControllerPlusTest, AfterAScreenPickTheBatteryIsNoLongerRefreshed) {
+  start();
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return batteryImage() == "10"; }));
+  pick(QColor(1, 2, 3));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#010203"; }));
+  EXPECT_EQ(panel_->logic().activeBatteryTimers(), 0);
+  panel_->imgBattery->setProperty("imageName", QString());
+  spin(scaledMs(180.0) + 300);
+  EXPECT_EQ(batteryImage(), QString());
+  // A reconnection starts it again.
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  ASSERT_TRUE(waitFor([&] { return batteryImage() == "10"; }));
+}
+
+TEST_F(ViewControllerPlusTest, ShowSettingShowsTheVersionAlert) {
+  start();
+  QString text;
+  QString informative;
+  QMessageBox::Icon icon = QMessageBox::NoIcon;
+  QStringList buttons;
+  QTimer::singleShot(0, [&] {
+    auto* alert = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+    ASSERT_NE(alert, nullptr);
+    text = alert->text();
+    informative = alert->informativeText();
+    icon = alert->icon();
+    for (QAbstractButton* button : alert->buttons()) buttons << button->text();
+    alert->buttons().front()->click();  // as a user would
+  });
+  panel_->showSetting();
+  EXPECT_EQ(text, "Version : TW-V 1.0.0");
+  EXPECT_EQ(informative, "");
+  EXPECT_EQ(icon, QMessageBox::Information);
+  EXPECT_EQ(buttons, QStringList{"OK"});
+}
+
+TEST_F(ViewControllerPlusTest, UseCrownColorChangesNothingWhateverSendsIt) {
+  start();
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#123456"; }));
+  const QImage before = panel_->grab().toImage();
+  const auto recordBefore = record();
+  const auto colourBefore = panel_->logic().currentColorStruct();
+  takeOutput();
+  panel_->crownBtn->click();
+  panel_->useCrownColor();
+  QMetaObject::invokeMethod(
+      panel_, [this] { panel_->useCrownColor(); }, Qt::QueuedConnection);
+  spin(20);
+  EXPECT_EQ(panel_->grab().toImage(), before);
+  EXPECT_EQ(record().colors_device, recordBefore.colors_device);
+  EXPECT_EQ(panel_->logic().currentColorStruct()->colorHex, colourBefore->colorHex);
+  EXPECT_EQ(takeOutput(), "");
+}
+
+TEST_F(ViewControllerPlusTest, InertControlsAreBoundAndNeverChanged) {
+  start();
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));
+  pick(QColor(9, 8, 7));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#090807"; }));
+  ASSERT_TRUE(panel_->colorName && panel_->colorLibraryCombos && panel_->btnSelectedBtn);
+  EXPECT_EQ(panel_->colorName->text(), "");
+  EXPECT_EQ(panel_->colorLibraryCombos->count(), 0);
+  for (QPushButton* button :
+       {panel_->btnColor1.data(), panel_->btnColor2.data(), panel_->btnColor3.data(),
+        panel_->btnColor4.data(), panel_->btnSelectedBtn.data()}) {
+    ASSERT_NE(button, nullptr);
+    EXPECT_TRUE(button->icon().isNull());
+    EXPECT_EQ(button->text(), "");
+    EXPECT_TRUE(button->isHidden());
+  }
+}
+
+TEST_F(ViewControllerPlusTest, TheLibraryButtonOpensTheLibraryDialog) {
+  start();
+  panel_->libraryBtn->click();
+  VCPantonePicker* dialog = panel_->findChild<VCPantonePicker*>();
+  ASSERT_NE(dialog, nullptr);
+  EXPECT_TRUE(dialog->isVisible());
+  EXPECT_EQ(dialog->windowModality(), Qt::WindowModal);
+  dialog->close();
+}
+
+class QuitTest : public ViewControllerPlusTest {
+ protected:
+  // The lines of a quit with nothing counted, in order.
+  QStringList expectedLines() const {
+    return {"i am in applicationShouldTerminate ~", "sending data",
+            Reachability::isConnectedToNetwork() ? "No log record found!" : "No Internet found!",
+            "Final bye bye ~"};
+  }
+  void expectQuitLines(const QString& out) {
+    qsizetype from = 0;
+    for (const QString& line : expectedLines()) {
+      const qsizetype at = out.indexOf(line + '\n', from);
+      EXPECT_GE(at, 0) << "missing or out of order: " << line.toStdString() << "\n"
+                       << out.toStdString();
+      if (at >= 0) from = at;
+    }
+  }
+};
+
+TEST_F(QuitTest, ClosingTheWindowQuitsThroughTheHandshake) {
+  start();
+  bool ended = false;
+  QObject::connect(&delegate_, &AppDelegate::terminated, [&] { ended = true; });
+  takeOutput();
+  window_->close();
+  ASSERT_TRUE(waitFor([&] { return ended; }));
+  const QString out = takeOutput();
+  EXPECT_TRUE(out.startsWith("viewDidDisappear!\n")) << out.toStdString();
+  expectQuitLines(out);
+  EXPECT_EQ(transport_->posts, 0);
+}
+
+TEST_F(QuitTest, TheQuitActionGoesThroughTheSameHandshake) {
+  start();
+  bool ended = false;
+  QObject::connect(&delegate_, &AppDelegate::terminated, [&] { ended = true; });
+  QAction* quit = nullptr;
+  for (QAction* action : panel_->actions())
+    if (action->shortcut() == QKeySequence(QKeySequence::Quit)) quit = action;
+  ASSERT_NE(quit, nullptr);
+  takeOutput();
+  quit->trigger();
+  ASSERT_TRUE(waitFor([&] { return ended; }));
+  expectQuitLines(takeOutput());
+}
+
+TEST_F(QuitTest, WithAColourCountedTheQuitWaitsForTheSender) {
+  if (!Reachability::isConnectedToNetwork()) GTEST_SKIP() << "this machine has no default route";
+  start();
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  bool ended = false;
+  QObject::connect(&delegate_, &AppDelegate::terminated, [&] { ended = true; });
+  takeOutput();
+  window_->close();
+  ASSERT_TRUE(waitFor([&] { return transport_->posts == 2; }));
+  spin(50);
+  // The transport never answers, so the application waits.
+  EXPECT_FALSE(ended);
+  EXPECT_TRUE(takeOutput().contains("I will send the color log!\n"));
+}
+
+using ViewControllerPlusDeathTest = ViewControllerPlusTest;
+
+TEST_F(ViewControllerPlusDeathTest, APanelWithoutAWindowStopsAsItAppears) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        window_->layout()->removeWidget(panel_);
+        panel_->setParent(nullptr);
+        panel_->viewWillAppear();
+      },
+      "no window");
+}
+
+TEST_F(ViewControllerPlusDeathTest, ACrownWithoutItsImageStopsWhenAColourIsShown) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_DEATH(
+      {
+        panel_->crown->clear();
+        panel_->showColor(ColorStruct::fromChannels(1, 2, 3));
+      },
+      "crown image is missing");
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,146 @@
+// The library dialog on the offscreen platform, with the real notification
+// centre.
+#include "library/dialog/VCPantonePicker.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemView>
+#include <QDeadlineTimer>
+#include <QPointer>
+#include <QThread>
+
+#include "app/NotificationCenter.h"
+#include "app/Notifications.h"
+#include "color/picker/OffscreenApp.h"
+#include "common/TimeScale.h"
+
+namespace tw {
+namespace {
+
+bool waitFor(const std::function<bool()>& done, int ms = 5000) {
+  QDeadlineTimer deadline(ms);
+  while (!done()) {
+    if (deadline.hasExpired()) return false;
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QThread::msleep(1);
+  }
+  return true;
+}
+
+// Every "Notification_ColorLibraryChanged" of the process (observers are
+// never removed, so one recorder for all tests).
+std::vector<Notification>& libraryPosts() {
+  static auto* posts = [] {
+    auto* list = new std::vector<Notification>;
+    NotificationCenter::defaultCenter().addObserver(
+        notification::colorLibraryChanged(), [list](const Notification& n) { list->push_back(n); });
+    return list;
+  }();
+  return *posts;
+}
+
+class VCPantonePickerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    qputenv("TINTWELL_TIME_SCALE", "0.1");  // 0.3 s -> 30 ms
+    testing::offscreenApp();
+    libraryPosts().clear();
+    ::testing::internal::CaptureStdout();
+  }
+  void TearDown() override {
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    if (HasFailure()) std::fputs(out.c_str(), stderr);
+  }
+  // Shows a new dialog and chooses `row` as a user would: in the list.
+  QPointer<VCPantonePicker> openAndChoose(int row) {
+    QPointer<VCPantonePicker> dialog = new VCPantonePicker;
+    dialog->show();
+    QComboBox* combo = dialog->pantoneCombobox();
+    combo->setCurrentIndex(row);
+    Q_EMIT combo->activated(row);
+    return dialog;
+  }
+};
+
+TEST_F(VCPantonePickerTest, EveryChoiceClosesTheDialog) {
+  for (int row : {0, 3, 7}) {
+    QPointer<VCPantonePicker> dialog = openAndChoose(row);
+    ASSERT_TRUE(waitFor([&] { return dialog.isNull(); })) << "row " << row;
+  }
+}
+
+TEST_F(VCPantonePickerTest, TheObjectIsTheRowIndexNotTheEntrysText) {
+  openAndChoose(2);
+  ASSERT_EQ(libraryPosts().size(), 1u);
+  const Notification& posted = libraryPosts().front();
+  const qint64* index = std::any_cast<qint64>(&posted.object);
+  ASSERT_NE(index, nullptr);
+  EXPECT_EQ(*index, 2);
+  EXPECT_EQ(std::any_cast<QString>(&posted.object), nullptr);
+  ASSERT_TRUE(posted.userInfo.has_value());
+  EXPECT_EQ(*posted.userInfo, (UserInfo{{"Library", "Changed"}}));
+  EXPECT_NE(::testing::internal::GetCapturedStdout().find("i pick : 2\n"), std::string::npos);
+  ::testing::internal::CaptureStdout();
+}
+
+TEST_F(VCPantonePickerTest, ChoosingTheSameRowAgainAfterReopeningPostsAgain) {
+  QPointer<VCPantonePicker> first = openAndChoose(1);
+  ASSERT_TRUE(waitFor([&] { return first.isNull(); }));
+  QPointer<VCPantonePicker> second = openAndChoose(1);
+  ASSERT_TRUE(waitFor([&] { return second.isNull(); }));
+  ASSERT_EQ(libraryPosts().size(), 2u);
+  EXPECT_EQ(std::any_cast<qint64>(libraryPosts()[1].object), 1);
+}
+
+TEST_F(VCPantonePickerTest, TheListOpensByItselfShortlyAfterTheDialogAppears) {
+  QPointer<VCPantonePicker> dialog = new VCPantonePicker;
+  QComboBox* combo = dialog->pantoneCombobox();
+  dialog->show();
+  EXPECT_FALSE(combo->view()->isVisible());
+  QDeadlineTimer notBefore(scaledMs(0.3) - 5);
+  ASSERT_TRUE(waitFor([&] { return combo->view()->isVisible(); }));
+  EXPECT_TRUE(notBefore.hasExpired());
+  EXPECT_EQ(combo->count(), VCPantonePicker::libraryNames().size());
+  EXPECT_EQ(combo->currentIndex(), -1);
+  delete dialog;
+}
+
+TEST_F(VCPantonePickerTest, AComboBoxGoneBeforeTheListOpensIsNotOpened) {
+  QPointer<VCPantonePicker> dialog = new VCPantonePicker;
+  dialog->show();
+  delete dialog->pantoneCombobox();
+  // The delayed opening finds no combo box and does nothing.
+  QThread::msleep(static_cast<unsigned long>(scaledMs(0.3)) + 20);
+  QCoreApplication::processEvents();
+  EXPECT_TRUE(dialog->isVisible());
+  EXPECT_TRUE(libraryPosts().empty());
+  delete dialog;
+}
+
+TEST(VCPantonePickerDeathTest, AChoiceWithoutTheComboBoxStopsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  testing::offscreenApp();
+  EXPECT_DEATH(
+      {
+        VCPantonePicker dialog;
+        dialog.setPantoneCombobox(nullptr);
+        dialog.comboBoxSelectionDidChange();
+      },
+      "combo box");
+}
+
+TEST(VCPantonePickerDeathTest, LoadingWithoutTheComboBoxStopsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  testing::offscreenApp();
+  EXPECT_DEATH(
+      {
+        VCPantonePicker dialog;
+        dialog.setPantoneCombobox(nullptr);
+        dialog.viewDidLoad();
+      },
+      "combo box");
+}
+
+}  // namespace
+}  // namespace tw
