@@ -1,0 +1,242 @@
+#!/bin/bash
+# The README's screenshots of the desktop panel, taken the same way every time:
+# a private Xvfb (900x700, 96 dpi, solid #2E9E6B background), a private D-Bus
+# "system" bus with the fake BlueZ, fresh settings folders for every run, and
+# fixed colours and battery level sent to the simulated pen.
+#   tools/screenshots.sh [BUILD_DIR] [OUT_DIR]    (defaults: build, docs/images)
+# Needs Xvfb, xdotool, python3, xcompmgr (the picking window is only shown
+# under a compositing manager) and dbus-daemon/dbus-send.
+set -euo pipefail
+
+build=${1:-build}
+out=${2:-docs/images}
+
+find_bin() {
+  for candidate in "$@"; do
+    [ -x "$candidate" ] && { echo "$candidate"; return 0; }
+  done
+  echo "screenshots: cannot find $1; build first (make build)" >&2
+  return 1
+}
+tintwell=$(find_bin "$build/tintwell" "$build/src/tintwell")
+grab=$(find_bin "$build/tools/grab/tw_grab" "$build/tw_grab")
+fake=$(find_bin "$build/tests/pen/fake_bluez/fake_bluez" "$build/fake_bluez")
+for tool in Xvfb xdotool python3 xcompmgr dbus-daemon dbus-send; do
+  command -v "$tool" >/dev/null || { echo "screenshots: $tool is missing" >&2; exit 1; }
+done
+
+readonly pen=AA:BB:CC:DD:EE:02
+# The root window's colour, which the dropper picks: not the dropper image's
+# own blue, so the image stands out in the shot.
+readonly background='#2E9E6B'
+readonly pen_colour=(0x01 0xFF 0x8C 0x1A) # packet: counter, red, green, blue = #FF8C1A
+readonly pen_hex=FF8C1A
+readonly battery_level=70
+
+work=$(mktemp -d)
+mkdir -p "$out"
+pids=()
+stop() { # stop PID: ends one process this script started and reaps it
+  kill "$1" 2>/dev/null || true
+  wait "$1" 2>/dev/null || true
+}
+cleanup() {
+  local i
+  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do stop "${pids[i]}"; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+fail() {
+  echo "screenshots: $*" >&2
+  for log in "$work"/*.out; do
+    [ -e "$log" ] && { echo "--- $log" >&2; tail -n 20 "$log" >&2; }
+  done
+  exit 1
+}
+
+# wait_for FILE REGEX [SECONDS]: until a line of FILE matches
+wait_for() {
+  local deadline=$((SECONDS + ${3:-15}))
+  until grep -Eq -- "$2" "$1" 2>/dev/null; do
+    ((SECONDS < deadline)) || fail "timed out waiting for /$2/ in $1"
+    sleep 0.05
+  done
+}
+
+# --- X server, bus and a clean environment ---
+Xvfb -displayfd 3 -screen 0 900x700x24 -dpi 96 -noreset -nolisten tcp 3>"$work/display" \
+  >"$work/xvfb.log" 2>&1 &
+pids+=($!)
+for _ in $(seq 200); do [ -s "$work/display" ] && break; sleep 0.05; done
+[ -s "$work/display" ] || fail "Xvfb did not start"
+DISPLAY=:$(head -n1 "$work/display")
+export DISPLAY
+# The background as a root pixmap named in _XROOTPMAP_ID: a compositing
+# manager paints that (xsetroot -solid alone gives xcompmgr's grey).
+python3 - "$background" <<'PY' || fail "could not set the root background"
+import ctypes, sys
+x = ctypes.CDLL("libX11.so.6")
+x.XOpenDisplay.restype = ctypes.c_void_p
+x.XOpenDisplay.argtypes = [ctypes.c_char_p]
+d = ctypes.c_void_p(x.XOpenDisplay(None))
+if not d:
+    sys.exit("no display")
+x.XRootWindow.restype = ctypes.c_ulong
+x.XCreatePixmap.restype = ctypes.c_ulong
+x.XCreatePixmap.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_uint, ctypes.c_uint, ctypes.c_uint]
+x.XCreateGC.restype = ctypes.c_void_p
+x.XCreateGC.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_void_p]
+x.XSetForeground.argtypes = [ctypes.c_void_p, ctypes.c_void_p, ctypes.c_ulong]
+x.XFillRectangle.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_void_p, ctypes.c_int, ctypes.c_int, ctypes.c_uint, ctypes.c_uint]
+x.XInternAtom.restype = ctypes.c_ulong
+x.XInternAtom.argtypes = [ctypes.c_void_p, ctypes.c_char_p, ctypes.c_int]
+x.XChangeProperty.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_ulong, ctypes.c_int, ctypes.c_int, ctypes.c_void_p, ctypes.c_int]
+x.XSetWindowBackgroundPixmap.argtypes = [ctypes.c_void_p, ctypes.c_ulong, ctypes.c_ulong]
+x.XClearWindow.argtypes = [ctypes.c_void_p, ctypes.c_ulong]
+screen = x.XDefaultScreen(d)
+root = x.XRootWindow(d, screen)
+if x.XDefaultDepth(d, screen) != 24:
+    sys.exit("not a 24-bit screen")
+width, height = x.XDisplayWidth(d, screen), x.XDisplayHeight(d, screen)
+pixmap = x.XCreatePixmap(d, root, width, height, 24)
+gc = x.XCreateGC(d, pixmap, 0, None)
+x.XSetForeground(d, gc, int(sys.argv[1].lstrip("#"), 16))  # TrueColor: the pixel is 0xRRGGBB
+x.XFillRectangle(d, pixmap, gc, 0, 0, width, height)
+XA_PIXMAP, REPLACE, RETAIN_PERMANENT = 20, 0, 1
+value = ctypes.c_ulong(pixmap)
+for name in (b"_XROOTPMAP_ID", b"ESETROOT_PMAP_ID"):
+    x.XChangeProperty(d, root, x.XInternAtom(d, name, 0), XA_PIXMAP, 32, REPLACE, ctypes.byref(value), 1)
+x.XSetWindowBackgroundPixmap(d, root, pixmap)
+x.XClearWindow(d, root)
+x.XSetCloseDownMode(d, RETAIN_PERMANENT)  # the pixmap outlives this client
+x.XCloseDisplay(d)
+PY
+
+cat >"$work/bus.conf" <<CONF
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=$work/bus</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/><allow own="*"/><allow send_type="method_call"/>
+    <allow send_destination="*"/><allow receive_sender="*"/>
+  </policy>
+</busconfig>
+CONF
+dbus-daemon --config-file="$work/bus.conf" --nofork --print-address=3 3>"$work/address" \
+  2>/dev/null &
+pids+=($!)
+for _ in $(seq 200); do [ -s "$work/address" ] && break; sleep 0.05; done
+[ -s "$work/address" ] || fail "dbus-daemon did not start"
+DBUS_SYSTEM_BUS_ADDRESS=$(head -n1 "$work/address")
+export DBUS_SYSTEM_BUS_ADDRESS
+export DBUS_SESSION_BUS_ADDRESS=disabled:
+export TINTWELL_TELEMETRY_URL=https://127.0.0.1:9
+# The battery image follows 3 s after connecting; a tenth of that is enough.
+export TINTWELL_TIME_SCALE=0.1
+# The same look whatever desktop the script is started from.
+export QT_QPA_PLATFORM=xcb QT_STYLE_OVERRIDE=Fusion QT_QPA_PLATFORMTHEME=
+export QT_SCALE_FACTOR=1 QT_ENABLE_HIGHDPI_SCALING=0 LANG=C.UTF-8 LC_ALL=C.UTF-8
+export XDG_RUNTIME_DIR=$work/runtime HOME=$work/home
+mkdir -m 700 "$XDG_RUNTIME_DIR" "$HOME"
+unset WAYLAND_DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE DESKTOP_SESSION QT_FONT_DPI
+
+control() { # control METHOD ARGS...: a call on the fake BlueZ's control interface
+  dbus-send --system --print-reply --dest=org.tintwell.FakeBluez /org/tintwell/FakeBluez \
+    "org.tintwell.FakeBluez1.$1" "${@:2}"
+}
+
+fake_pid='' app_pid=''
+start_fake() { # start_fake NAME [ARGS...]
+  "$fake" "${@:2}" >"$work/$1.fake.out" 2>&1 &
+  fake_pid=$!
+  pids+=("$fake_pid")
+  wait_for "$work/$1.fake.out" '^ready$'
+}
+start_app() { # start_app NAME: tintwell with fresh settings; sets window
+  mkdir -p "$work/$1/home" "$work/$1/config" "$work/$1/data"
+  HOME="$work/$1/home" XDG_CONFIG_HOME="$work/$1/config" XDG_DATA_HOME="$work/$1/data" \
+    WINEPREFIX="$work/$1/wine" \
+    "$tintwell" >"$work/$1.out" 2>&1 &
+  app_pid=$!
+  pids+=("$app_pid")
+  window=''
+  local deadline=$((SECONDS + 15))
+  until window=$(xdotool search --onlyvisible --name '^Tintwell$' 2>/dev/null | head -n1) &&
+    [ -n "$window" ]; do
+    ((SECONDS < deadline)) || fail "the Tintwell window did not appear"
+    sleep 0.1
+  done
+  # The first colour (#FAFAFA) is shown as the panel appears.
+  wait_for "$work/$1.out" '^FAFAFA$'
+}
+shot() { # shot FILE [WINDOW]: after the queued repaints are done
+  sleep 0.5
+  "$grab" "$out/$1" "${2:-0}" || fail "could not grab $1"
+  written+=("$out/$1")
+}
+written=()
+
+# --- 1. Start-up: no pen anywhere (an adapter, but nothing to find) ---
+start_fake startup
+control AddAdapter string:hci0 boolean:true >/dev/null
+start_app startup
+shot panel-startup.png "$window"
+stop "$app_pid"
+stop "$fake_pid"
+
+# --- 2, 3. A pen: connected, its battery, then a colour from it ---
+# --interval-ms 0: the pen sends only what it is told to.
+start_fake pen --pen "QUILLA-Pen 02" --interval-ms 0
+control SetBattery string:$pen byte:$battery_level >/dev/null
+start_app pen
+wait_for "$work/pen.out" '^connected hihi$'
+wait_for "$work/pen.out" "^Batter Level: $battery_level %\$"
+shot panel-connected-battery.png "$window"
+
+# The colour notification is only sent once the app listens to the colour.
+packet=$(IFS=,; echo "${pen_colour[*]}")
+deadline=$((SECONDS + 15))
+until control SendColor string:$pen array:byte:"$packet" | grep -q 'boolean true'; do
+  ((SECONDS < deadline)) || fail "the pen's colour was never listened to"
+  sleep 0.1
+done
+wait_for "$work/pen.out" "^$pen_hex\$"
+shot panel-pen-colour.png "$window"
+
+# --- 4. The dropper armed: the picking window needs a compositing manager ---
+xcompmgr >"$work/xcompmgr.out" 2>&1 &
+pids+=($!)
+sleep 0.5
+# The dropper button is the first of the three icons at the bottom right:
+# reached from the window's bottom-right corner through the layout's 14/10 px
+# margins and 6 px spacing, with Fusion's 34x30 flat buttons for 22 px icons.
+# A miss shows as no "cursor changed" below.
+eval "$(xdotool getwindowgeometry --shell "$window")"
+xdotool mousemove $((X + WIDTH - 14 - 34 - 6 - 34 - 6 - 17)) $((Y + HEIGHT - 10 - 15))
+sleep 0.3
+xdotool click 1
+wait_for "$work/pen.out" '^cursor changed$'
+grep -q 'no compositor' "$work/pen.out" && fail "the compositing manager was not seen"
+# Over the empty background, away from where the panel was.
+xdotool mousemove 600 380
+wait_for "$work/pen.out" '^mouseMoved xxx : \(600\.0, 380\.0\)$'
+shot dropper-armed.png
+
+# --- 5. One click picks the background; the panel comes back with it ---
+xdotool click 1
+pick_hex=${background#\#}
+wait_for "$work/pen.out" "^${pick_hex^^}\$"
+deadline=$((SECONDS + 15))
+until window=$(xdotool search --onlyvisible --name '^Tintwell$' 2>/dev/null | head -n1) &&
+  [ -n "$window" ]; do
+  ((SECONDS < deadline)) || fail "the panel did not come back after the pick"
+  sleep 0.1
+done
+shot panel-after-pick.png "$window"
+
+printf '%s\n' "${written[@]}"
