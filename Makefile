@@ -16,7 +16,7 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench format format-check clean
+.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench startup-bench format format-check clean
 
 deps:
 	@missing=""; \
@@ -66,6 +66,11 @@ bench: build
 # Throughput of `tintwell convert` over every 8-bit colour.
 convert-bench: build
 	bench/convert_throughput.sh $(BUILD)
+
+# Start-up time and memory of the panel next to gcolor3, gpick, kcolorchooser
+# and an empty Qt window (INSTALL=1 installs the missing comparison programs).
+startup-bench: build
+	bench/startup_compare.sh $(BUILD)/tintwell
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
