@@ -14,12 +14,12 @@ namespace tw {
 
 namespace {
 
-// Runs `call` on the panel if it still exists.
-template <typename Call>
-NotificationCenter::Handler toPanel(const std::shared_ptr<std::atomic<PanelLogic*>>& self,
-                                    Call call) {
-  return [self, call](const Notification& notification) {
-    if (PanelLogic* panel = self->load()) (panel->*call)(notification);
+// Runs `call` on the panel if it still exists, keeping it from going meanwhile.
+template <typename Gate, typename Call>
+NotificationCenter::Handler toPanel(const std::shared_ptr<Gate>& gate, Call call) {
+  return [gate, call](const Notification& notification) {
+    std::shared_lock lock(gate->mutex);
+    if (gate->panel != nullptr) (gate->panel->*call)(notification);
   };
 }
 
@@ -32,14 +32,18 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
       colorHelper_(parts.colorHelper ? parts.colorHelper() : nullptr),
       apiLogger_(std::make_unique<API_Logger>()),
       closing_(*apiLogger_, application),
-      self_(std::make_shared<std::atomic<PanelLogic*>>(this)),
+      self_(std::make_shared<Gate>()),
       mainQueue_(new pen::Mailbox(this)) {
+  self_->panel = this;
   apiLogger_->setTransport(std::move(parts.transport));
   apiLogger_->setTerminationReply(&application);
   Q_UNUSED(bCalcSimilarColor);
 }
 
-PanelLogic::~PanelLogic() { self_->store(nullptr); }
+PanelLogic::~PanelLogic() {
+  std::unique_lock lock(self_->mutex);
+  self_->panel = nullptr;
+}
 
 void PanelLogic::viewDidLoad() {
   auto& center = NotificationCenter::defaultCenter();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <vector>
 
 #include "app/ClosingHandler.h"
@@ -110,9 +111,15 @@ class PanelLogic : public QObject {
   std::unique_ptr<ColorHelper> colorHelper_;
   std::unique_ptr<API_Logger> apiLogger_;
   ClosingHandler closing_;
-  // Observers are never removed: they reach the panel through this cell,
-  // emptied when the panel goes.
-  std::shared_ptr<std::atomic<PanelLogic*>> self_;
+  // Observers are never removed: they reach the panel through this gate. An
+  // observer holds it shared while it runs; the destructor empties it under
+  // the exclusive lock, so it waits for observers already running on other
+  // threads (a pen colour arriving while the application quits).
+  struct Gate {
+    std::shared_mutex mutex;
+    PanelLogic* panel = nullptr;  // guarded by mutex
+  };
+  std::shared_ptr<Gate> self_;
   // Carries what observers on other threads hand to the main thread (colours,
   // connection changes) in posting order, through a lock ThreadSanitizer sees.
   pen::Mailbox* mainQueue_;

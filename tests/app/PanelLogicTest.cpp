@@ -300,6 +300,27 @@ TEST_F(PanelLogicTest, ArmingAScreenPickCountsTheNextColourAsAScreenColour) {
   EXPECT_EQ(record().colors_device, ",#040506");
 }
 
+TEST_F(PanelLogicTest, APanelGoingWhileAPenColourIsBeingPushedWaitsForThePush) {
+  panel_->appear();
+  // The launcher takes a while: the pen thread is inside the push when the
+  // panel goes (as when a colour arrives while the application quits).
+  QFile wine(home_.path() + "/bin/wine");
+  ASSERT_TRUE(wine.open(QIODevice::WriteOnly | QIODevice::Truncate));
+  wine.write("#!/bin/sh\ntouch \"$HOME/launching\"\nsleep 0.3\necho done >> \"$HOME/launches\"\n");
+  wine.close();
+  QThread* pen = QThread::create([&] { postPenColour(ColorStruct::fromChannels(7, 8, 9)); });
+  pen->start();
+  ASSERT_TRUE(waitFor([&] { return QFile::exists(home_.path() + "/launching"); }));
+  panel_.reset();
+  // The push had finished before the panel's parts went.
+  EXPECT_EQ(launches(), QStringList{"done"});
+  pen->wait();
+  delete pen;
+  // Later colours reach no panel.
+  postPenColour(ColorStruct::fromChannels(1, 1, 1));
+  EXPECT_EQ(launches(), QStringList{"done"});
+}
+
 TEST(PanelLogicDeathTest, ANewColourWithoutAColorStructStopsTheProcess) {
   app();
   RecordingView view;
