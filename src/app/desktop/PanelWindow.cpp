@@ -2,11 +2,14 @@
 
 #include <QAction>
 #include <QCloseEvent>
+#include <QPointer>
 #include <QShowEvent>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include "app/AppDelegate.h"
+#include "app/NotificationCenter.h"
+#include "app/Notifications.h"
 #include "app/desktop/ViewController_plus.h"
 #include "resources/NamedImages.h"
 
@@ -23,8 +26,21 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
   layout->addWidget(content_);
   layout->setSizeConstraint(QLayout::SetFixedSize);
 
-  connect(content_, &ViewController_plus::closingForScreenPick, this,
-          [this] { closingForScreenPick_ = true; });
+  connect(content_, &ViewController_plus::closingForScreenPick, this, [this] {
+    closingForScreenPick_ = true;
+    holdOffScreen_ = true;
+  });
+  // The picked colour is posted once its pixel has been read (on the main
+  // thread; pen colours come from elsewhere and carry another source).
+  NotificationCenter::defaultCenter().addObserver(
+      notification::newColor(), [self = QPointer<PanelWindow>(this)](const Notification& n) {
+        if (!n.userInfo ||
+            n.userInfo->value(notification::quillaKey()) != QLatin1String("NewScreenColor"))
+          return;
+        QTimer::singleShot(0, self, [self] {
+          if (self) self->revealAfterScreenPick();
+        });
+      });
 
   // The actions, also on the panel's context menu.
   const auto addAction = [this](const QString& text, const QKeySequence& keys, auto slot) {
@@ -47,9 +63,28 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
   content_->setContextMenuPolicy(Qt::ActionsContextMenu);
 }
 
+void PanelWindow::setVisible(bool visible) {
+  if (visible && holdOffScreen_ && !revealing_) setAttribute(Qt::WA_DontShowOnScreen, true);
+  QWidget::setVisible(visible);
+}
+
+void PanelWindow::revealAfterScreenPick() {
+  if (!holdOffScreen_) return;
+  holdOffScreen_ = false;
+  if (!isVisible() || !testAttribute(Qt::WA_DontShowOnScreen)) return;
+  revealing_ = true;
+  hide();
+  setAttribute(Qt::WA_DontShowOnScreen, false);
+  show();
+  raise();
+  activateWindow();
+  revealing_ = false;
+}
+
 void PanelWindow::showEvent(QShowEvent* event) {
-  // Restoring from the taskbar is not a new appearance.
-  if (!event->spontaneous()) content_->viewWillAppear();
+  // Restoring from the taskbar, or putting the panel on the screen after a
+  // pick, is not a new appearance.
+  if (!event->spontaneous() && !revealing_) content_->viewWillAppear();
   QWidget::showEvent(event);
 }
 

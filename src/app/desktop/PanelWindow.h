@@ -11,6 +11,10 @@ class ViewController_plus;
 // appear sequence; closing it runs viewDidDisappear() and, unless the panel
 // closed it for a screen pick, quits the application through the delegate's
 // handshake (closing the last window quits). Ctrl+Q quits the same way.
+//
+// After a screen pick the panel comes back (and runs its appear sequence) as
+// the click is handled, but stays off the screen until the picked pixel has
+// been read: otherwise a click where the panel had stood would read the panel.
 class PanelWindow : public QWidget {
   Q_OBJECT
 
@@ -18,6 +22,11 @@ class PanelWindow : public QWidget {
   PanelWindow(AppDelegate& delegate, ViewController_plus* contentViewController);
 
   ViewController_plus* contentViewController() const { return content_; }
+
+  // Puts the panel on the screen if it was held off it for a pick.
+  void revealAfterScreenPick();
+
+  void setVisible(bool visible) override;
 
  protected:
   void showEvent(QShowEvent* event) override;
@@ -27,6 +36,9 @@ class PanelWindow : public QWidget {
   AppDelegate& delegate_;
   ViewController_plus* content_;
   bool closingForScreenPick_ = false;
+  // From arming a pick until its pixel has been read.
+  bool holdOffScreen_ = false;
+  bool revealing_ = false;
 };
 
 }  // namespace tw

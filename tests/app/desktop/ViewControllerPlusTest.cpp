@@ -302,6 +302,21 @@ TEST_F(ViewControllerPlusTest, APickRightAfterStartUpIsShownCountedAsAScreenColo
   EXPECT_EQ(sampler_->reads.front(), QPointF(100, 100));
 }
 
+TEST_F(ViewControllerPlusTest, ThePanelComesBackOnTheScreenOnlyOnceThePixelIsRead) {
+  start();
+  sampler_->deferred = true;
+  pick(QColor(60, 127, 224));
+  // Back, with its appear sequence run, but not on the screen yet.
+  EXPECT_TRUE(window_->isVisible());
+  EXPECT_TRUE(window_->testAttribute(Qt::WA_DontShowOnScreen));
+  sampler_->finish();
+  ASSERT_TRUE(waitFor([&] { return !window_->testAttribute(Qt::WA_DontShowOnScreen); }));
+  EXPECT_TRUE(window_->isVisible());
+  EXPECT_EQ(panel_->hexInfo->text(), "#3C7FE0");
+  // Putting it on the screen is not another appearance.
+  EXPECT_EQ(monitor_->handlers.size(), 2u);
+}
+
 TEST_F(ViewControllerPlusTest,
        AfterAPenColourThePanelsReturnRestartsTelemetryAndTakesTheScreenCount) {
   // The panel's return runs the appear sequence: telemetry starts a fresh
