@@ -1,0 +1,412 @@
+// The desktop application end to end: the real `tintwell` binary with real
+// windows on a private Xvfb, the fake BlueZ on a private system bus, a local
+// HTTPS telemetry server with its own CA, a process named like Photoshop under
+// Wine and a `wine` stand-in that records what it is asked to open. Clicks and
+// keys come from xdotool; the panel's pixels are read back with tw_grab.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include "color/x11/XvfbServer.h"
+#include "pen/BusFixture.h"
+#include "telemetry/Reachability.h"
+#include "telemetry/TelemetryTestServer.h"
+
+namespace tw {
+namespace {
+
+using testing::XvfbServer;
+
+const QString kPen = QStringLiteral("AA:BB:CC:DD:EE:02");
+const QString kPhotoshop =
+    QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
+const QString kTitle = QStringLiteral("^Tintwell$");
+
+QString tintwellBin() { return qEnvironmentVariable("TINTWELL_BIN"); }
+
+// The desktop application under test, with its standard output as lines.
+class Desktop {
+ public:
+  explicit Desktop(const QProcessEnvironment& env) {
+    process_.setProcessEnvironment(env);
+    process_.setProcessChannelMode(QProcess::SeparateChannels);
+    testing::endWithParent(process_);
+    process_.start(tintwellBin(), {});
+    process_.waitForStarted();
+  }
+  ~Desktop() {
+    if (process_.state() != QProcess::NotRunning) {
+      process_.kill();
+      process_.waitForFinished();
+    }
+  }
+  QStringList lines() {
+    out_.append(process_.readAllStandardOutput());
+    QStringList l = QString::fromUtf8(out_).split(QLatin1Char('\n'));
+    l.removeLast();  // the unfinished line, or the empty text after the last newline
+    return l;
+  }
+  int count(const QString& line) { return static_cast<int>(lines().count(line)); }
+  // Waits until `line` has been printed `times` times in all.
+  bool waitForLine(const QString& line, int times = 1, int ms = 15000) {
+    QDeadlineTimer deadline(ms);
+    while (count(line) < times) {
+      if (deadline.hasExpired() || process_.state() == QProcess::NotRunning) return false;
+      process_.waitForReadyRead(20);
+    }
+    return true;
+  }
+  // Lines in this order (others may sit between them).
+  bool inOrder(const QStringList& expected) {
+    const QStringList all = lines();
+    qsizetype at = -1;
+    for (const QString& line : expected) {
+      at = all.indexOf(line, at + 1);
+      if (at < 0) return false;
+    }
+    return true;
+  }
+  void signal(int sig) { ::kill(static_cast<pid_t>(process_.processId()), sig); }
+  bool finish(int ms = 20000) { return process_.waitForFinished(ms); }
+  QProcess& process() { return process_; }
+  QString transcript() {
+    err_.append(process_.readAllStandardError());
+    return lines().join(QLatin1Char('\n')) + QStringLiteral("\n--- standard error:\n") +
+           QString::fromUtf8(err_);
+  }
+
+ private:
+  QProcess process_;
+  QByteArray out_;
+  QByteArray err_;
+};
+
+QCoreApplication& app() {
+  static int argc = 1;
+  static char name[] = "desktop_xvfb_test";
+  static char* argv[] = {name, nullptr};
+  static auto* instance = new QCoreApplication(argc, argv);
+  return *instance;
+}
+
+class DesktopXvfbTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    app();
+    ASSERT_TRUE(xvfb_.isRunning());
+    ASSERT_TRUE(home_.isValid());
+    // The root is a known colour to pick from.
+    xvfb_.run(QStringLiteral("xsetroot"), {QStringLiteral("-solid"), QStringLiteral("#3C7FE0")});
+
+    // The launcher stand-in records each launch as one line of arguments.
+    QDir().mkpath(home_.filePath(QStringLiteral("bin")));
+    QFile wine(home_.filePath(QStringLiteral("bin/wine")));
+    ASSERT_TRUE(wine.open(QIODevice::WriteOnly));
+    wine.write(
+        "#!/bin/sh\nprintf '%s|' \"$@\" >> \"$HOME/launches\"\necho >> \"$HOME/launches\"\n");
+    wine.close();
+    wine.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    // A running "Photoshop" as Wine shows it in /proc.
+    testing::endWithParent(photoshop_);
+    photoshop_.start(
+        QStringLiteral("/bin/bash"),
+        {QStringLiteral("-c"), QStringLiteral("exec -a '%1' sleep 120").arg(kPhotoshop)});
+    ASSERT_TRUE(photoshop_.waitForStarted());
+  }
+  void TearDown() override {
+    photoshop_.kill();
+    photoshop_.waitForFinished();
+  }
+
+  // The fake BlueZ with one pen that sends colours only when told to.
+  void startPen() {
+    fake_ = std::make_unique<testing::FakeBluez>(
+        bus_.address(), QStringList{QStringLiteral("--pen"), QStringLiteral("QUILLA-Pen 02"),
+                                    QStringLiteral("--interval-ms"), QStringLiteral("0")});
+    ASSERT_TRUE(fake_->ready());
+  }
+  bool waitForNotify() {
+    QDeadlineTimer deadline(15000);
+    while (
+        !fake_->calls().contains(QStringLiteral("StartNotify ") + kPen + QStringLiteral(" 1F16"))) {
+      if (deadline.hasExpired()) return false;
+      QThread::msleep(20);
+    }
+    return true;
+  }
+
+  std::unique_ptr<Desktop> start(
+      const QString& telemetryUrl = QStringLiteral("https://127.0.0.1:9"),
+      const QString& scaleFactor = {}) {
+    QProcessEnvironment env = xvfb_.environment();
+    env.insert(QStringLiteral("HOME"), home_.path());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.filePath(QStringLiteral("config")));
+    env.insert(QStringLiteral("XDG_DATA_HOME"), home_.filePath(QStringLiteral("data")));
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime_.path());
+    env.insert(QStringLiteral("WINEPREFIX"), home_.filePath(QStringLiteral("wine")));
+    env.insert(QStringLiteral("PATH"), home_.filePath(QStringLiteral("bin")) + QLatin1Char(':') +
+                                           env.value(QStringLiteral("PATH")));
+    env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), bus_.address());
+    env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), telemetryUrl);
+    env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates_.caPath());
+    env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QStringLiteral("0.1"));
+    if (!scaleFactor.isEmpty()) env.insert(QStringLiteral("QT_SCALE_FACTOR"), scaleFactor);
+    if (!env.contains(QStringLiteral("TSAN_OPTIONS")))
+      env.insert(QStringLiteral("TSAN_OPTIONS"),
+                 QStringLiteral("ignore_noninstrumented_modules=1"));
+    auto desktop = std::make_unique<Desktop>(env);
+    const bool shown = waitForPanel();
+    EXPECT_TRUE(shown) << desktop->transcript().toStdString();
+    return desktop;
+  }
+
+  // The panel's window id once it is visible; empty if it does not show.
+  QString panelWindow(int ms = 15000) {
+    QDeadlineTimer deadline(ms);
+    while (true) {
+      const QByteArray found = xvfb_
+                                   .run(QStringLiteral("xdotool"),
+                                        {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                         QStringLiteral("--name"), kTitle})
+                                   .trimmed();
+      if (!found.isEmpty()) return QString::fromLatin1(found.split('\n').first());
+      if (deadline.hasExpired()) return {};
+      QThread::msleep(10);
+    }
+  }
+  bool waitForPanel() { return !panelWindow().isEmpty(); }
+  bool panelHidden(int ms = 5000) {
+    QDeadlineTimer deadline(ms);
+    while (!panelWindow(0).isEmpty()) {
+      if (deadline.hasExpired()) return false;
+      QThread::msleep(10);
+    }
+    return true;
+  }
+  // Pixels of the panel window that are exactly `colour` (the tinted crown's
+  // inside is).
+  int panelPixels(const QColor& colour) {
+    const QString window = panelWindow();
+    const QString file = home_.filePath(QStringLiteral("panel.png"));
+    int status = -1;
+    xvfb_.run(QStringLiteral(TW_GRAB_BIN), {file, window}, &status);
+    const QImage image(file);
+    if (status != 0 || image.isNull()) return -1;
+    int n = 0;
+    for (int y = 0; y < image.height(); ++y)
+      for (int x = 0; x < image.width(); ++x) n += image.pixelColor(x, y) == colour;
+    return n;
+  }
+  // Arms the dropper with the panel's keyboard shortcut, as a user would.
+  void armDropper() {
+    const QString window = panelWindow();
+    ASSERT_FALSE(window.isEmpty());
+    xvfb_.run(QStringLiteral("xdotool"),
+              {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+    xvfb_.run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+d")});
+  }
+  void clickAt(int x, int y) {
+    xvfb_.run(QStringLiteral("xdotool"),
+              {QStringLiteral("mousemove"), QString::number(x), QString::number(y),
+               QStringLiteral("click"), QStringLiteral("1")});
+  }
+  QStringList launches() const {
+    QFile file(home_.filePath(QStringLiteral("launches")));
+    if (!file.open(QIODevice::ReadOnly)) return {};
+    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+  }
+  QByteArray photoshopScript() const {
+    QFile file(home_.filePath(QStringLiteral("data/Tintwell/colorScriptPS.jsx")));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+  }
+  static QByteArray scriptFor(int r, int g, int b) {
+    return QStringLiteral(
+               "app.foregroundColor.rgb.red = %1;app.foregroundColor.rgb.green = %2;"
+               "app.foregroundColor.rgb.blue = %3;app.backgroundColor.rgb.red = %1;"
+               "app.backgroundColor.rgb.green = %2;app.backgroundColor.rgb.blue = %3;")
+        .arg(r)
+        .arg(g)
+        .arg(b)
+        .toUtf8();
+  }
+
+  XvfbServer xvfb_{{QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")}};
+  testing::PrivateBus bus_;
+  QTemporaryDir home_;
+  QTemporaryDir runtime_;
+  testing::TestCertificates certificates_;
+  std::unique_ptr<testing::FakeBluez> fake_;
+  QProcess photoshop_;
+};
+
+TEST_F(DesktopXvfbTest, StartUpShowsThePanelWithFAFAFAAndPushesNothing) {
+  auto desktop = start();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  // The crown is tinted with the start-up colour.
+  EXPECT_GT(panelPixels(QColor(250, 250, 250)), 400);
+  EXPECT_TRUE(launches().isEmpty());
+  EXPECT_TRUE(photoshopScript().isEmpty());
+}
+
+TEST_F(DesktopXvfbTest, APenColourFromBlueZAppearsInThePanelAndIsPushed) {
+  startPen();
+  auto desktop = start();
+  ASSERT_TRUE(waitForNotify()) << desktop->transcript().toStdString();
+  ASSERT_TRUE(fake_->sendColor(kPen, QByteArray::fromHex("01C8553D")));
+  // Once from the pen link as it decodes, once from the panel once pushed and
+  // counted.
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("C8553D"), 2));
+  QDeadlineTimer deadline(5000);
+  int tinted = 0;
+  while ((tinted = panelPixels(QColor(0xC8, 0x55, 0x3D))) < 400 && !deadline.hasExpired())
+    QThread::msleep(50);
+  EXPECT_GT(tinted, 400);
+  EXPECT_EQ(photoshopScript(), scriptFor(0xC8, 0x55, 0x3D));
+  EXPECT_FALSE(launches().isEmpty());
+  // Connected: the battery shows after 3 s (0.3 s here); nothing to see from
+  // outside but the lines of the link.
+  EXPECT_TRUE(desktop->inOrder({QStringLiteral("connected hihi"), QStringLiteral("C8553D")}));
+}
+
+TEST_F(DesktopXvfbTest, ADropperPickShowsTheColourCountsItAsAScreenColourAndPushesIt) {
+  auto desktop = start();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  armDropper();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("cursor changed")))
+      << desktop->transcript().toStdString();
+  EXPECT_TRUE(panelHidden());
+  clickAt(700, 500);  // far from the panel, on the root's colour
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("3C7FE0")))
+      << desktop->transcript().toStdString();
+  // The screen list, printed by the count, holds the pick.
+  EXPECT_EQ(desktop->count(QStringLiteral(",#3C7FE0")), 1) << desktop->transcript().toStdString();
+  EXPECT_TRUE(waitForPanel());
+  EXPECT_EQ(photoshopScript(), scriptFor(0x3C, 0x7F, 0xE0));
+  EXPECT_FALSE(launches().isEmpty());
+  QDeadlineTimer deadline(5000);
+  int tinted = 0;
+  while ((tinted = panelPixels(QColor(0x3C, 0x7F, 0xE0))) < 400 && !deadline.hasExpired())
+    QThread::msleep(50);
+  EXPECT_GT(tinted, 400);
+}
+
+TEST_F(DesktopXvfbTest, APickWhereThePanelStoodReadsWhatIsUnderItNotThePanel) {
+  auto desktop = start();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  armDropper();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("cursor changed")));
+  ASSERT_TRUE(panelHidden());
+  clickAt(100, 150);  // inside the panel's frame, which comes back as the pick ends
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("Helper mouseLocation2: 100.0, 150.0 ")))
+      << desktop->transcript().toStdString();
+  EXPECT_TRUE(desktop->waitForLine(QStringLiteral("3C7FE0")))
+      << desktop->transcript().toStdString();
+  EXPECT_TRUE(waitForPanel());
+}
+
+TEST_F(DesktopXvfbTest, TwoClicksAfterOneArmingSampleOnce) {
+  auto desktop = start();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  armDropper();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("cursor changed")));
+  clickAt(700, 500);
+  clickAt(720, 520);
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("3C7FE0")));
+  QThread::msleep(500);
+  EXPECT_EQ(desktop->count(QStringLiteral("Helper mouseLocation: 700.0, 268.0")), 1)
+      << desktop->transcript().toStdString();
+  EXPECT_EQ(desktop->lines().filter(QStringLiteral("Helper mouseLocation:")).size(), 1);
+}
+
+TEST_F(DesktopXvfbTest, AClickWhileNotArmedDoesNothing) {
+  auto desktop = start();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  clickAt(700, 500);
+  QThread::msleep(700);
+  EXPECT_TRUE(desktop->lines().filter(QStringLiteral("Mouse Down")).isEmpty())
+      << desktop->transcript().toStdString();
+  EXPECT_EQ(desktop->count(QStringLiteral("3C7FE0")), 0);
+}
+
+TEST_F(DesktopXvfbTest, AtScaleTwoTheDropperSamplesThePixelUnderThePointer) {
+  // Two colours side by side at the pointer: a window of a known colour whose
+  // left edge is the pointer's column.
+  auto desktop = start(QStringLiteral("https://127.0.0.1:9"), QStringLiteral("2"));
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  armDropper();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("cursor changed")));
+  clickAt(801, 601);
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("3C7FE0")))
+      << desktop->transcript().toStdString();
+  // Device pixels, whatever the scale: (801, 768 - 601).
+  EXPECT_EQ(desktop->count(QStringLiteral("Helper mouseLocation: 801.0, 167.0")), 1)
+      << desktop->transcript().toStdString();
+}
+
+TEST_F(DesktopXvfbTest, QuittingWithAColourCountedPostsToTheServerAndOnlyThenExits) {
+  if (!Reachability::isConnectedToNetwork())
+    GTEST_SKIP() << "this machine has no IPv4 default route, so every quit is the offline one";
+  testing::TelemetryTestServer server(certificates_);
+  server.command(QStringLiteral("set * 200"));
+  startPen();
+  auto desktop = start(server.baseUrl());
+  ASSERT_TRUE(waitForNotify()) << desktop->transcript().toStdString();
+  ASSERT_TRUE(fake_->sendColor(kPen, QByteArray::fromHex("01123456")));
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("123456"), 2));
+  EXPECT_TRUE(server.requests().isEmpty());
+
+  desktop->signal(SIGTERM);
+  ASSERT_TRUE(desktop->finish()) << desktop->transcript().toStdString();
+  EXPECT_EQ(desktop->process().exitStatus(), QProcess::NormalExit);
+  EXPECT_EQ(desktop->process().exitCode(), 0);
+  // Both posts were made and answered before the farewell.
+  ASSERT_TRUE(server.waitForRequests(2)) << desktop->transcript().toStdString();
+  const auto colour = server.requests(QStringLiteral("/api/color_usage"));
+  ASSERT_EQ(colour.size(), 1);
+  EXPECT_TRUE(colour.front().body.contains("\"colors_device\" : \"[#123456]\""))
+      << colour.front().body.toStdString();
+  EXPECT_EQ(server.requests(QStringLiteral("/api/app_usage")).size(), 1);
+  EXPECT_TRUE(desktop->inOrder(
+      {QStringLiteral("i am in applicationShouldTerminate ~"), QStringLiteral("sending data"),
+       QStringLiteral("I will send the color log!"),
+       QStringLiteral(" API 完成 || Api Type : colorType"), QStringLiteral("Final bye bye ~")}))
+      << desktop->transcript().toStdString();
+  EXPECT_TRUE(desktop->inOrder(
+      {QStringLiteral(" API 完成 || Api Type : appType"), QStringLiteral("Final bye bye ~")}))
+      << desktop->transcript().toStdString();
+}
+
+TEST_F(DesktopXvfbTest, QuittingWaitsWhileThePostsHang) {
+  if (!Reachability::isConnectedToNetwork())
+    GTEST_SKIP() << "this machine has no IPv4 default route, so every quit is the offline one";
+  testing::TelemetryTestServer server(certificates_);
+  server.command(QStringLiteral("set * hang"));
+  startPen();
+  auto desktop = start(server.baseUrl());
+  ASSERT_TRUE(waitForNotify());
+  ASSERT_TRUE(fake_->sendColor(kPen, QByteArray::fromHex("01123456")));
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("123456"), 2));
+  // Ctrl+Q on the panel: the Quit action.
+  const QString window = panelWindow();
+  xvfb_.run(QStringLiteral("xdotool"),
+            {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+  xvfb_.run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+q")});
+  ASSERT_TRUE(server.waitForRequests(2));
+  // The 60 s time-out is 6 s here: still running well before it.
+  EXPECT_FALSE(desktop->finish(2000));
+  EXPECT_EQ(desktop->count(QStringLiteral("Final bye bye ~")), 0);
+  ASSERT_TRUE(desktop->finish(20000)) << desktop->transcript().toStdString();
+  EXPECT_EQ(desktop->process().exitCode(), 0);
+  EXPECT_EQ(desktop->count(QStringLiteral("Final bye bye ~")), 1);
+}
+
+}  // namespace
+}  // namespace tw
