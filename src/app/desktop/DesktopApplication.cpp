@@ -22,7 +22,7 @@ int runDesktopApplication(int argc, char** argv) {
   // Quitting is the delegate's: closing the panel for a screen pick must not
   // end the loop, and closing it otherwise quits through the handshake.
   QApplication::setQuitOnLastWindowClosed(false);
-  QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell"), 2.0)));
+  QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell"))));
 
   AppDelegate delegate;
   installTerminationSignalHandlers(delegate);

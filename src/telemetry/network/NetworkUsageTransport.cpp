@@ -33,10 +33,11 @@ QString describeResponse(const QNetworkReply& reply, int status) {
 
 }  // namespace
 
-NetworkUsageTransport::NetworkUsageTransport()
-    : context_(std::make_unique<QObject>()),
-      manager_(new QNetworkAccessManager(context_.get())),
-      tls_(makeTlsConfiguration(extraCaCertificates())) {
+NetworkUsageTransport::NetworkUsageTransport() : context_(std::make_unique<QObject>()) {}
+
+QNetworkAccessManager& NetworkUsageTransport::manager() {
+  if (manager_ != nullptr) return *manager_;
+  manager_ = new QNetworkAccessManager(context_.get());
   // Only the request's own header fields travel; no cookies are kept.
   manager_->setCookieJar(nullptr);
   QObject::connect(manager_, &QNetworkAccessManager::finished, context_.get(),
@@ -48,6 +49,12 @@ NetworkUsageTransport::NetworkUsageTransport()
                      reply->deleteLater();
                      finish(reply, completion);
                    });
+  return *manager_;
+}
+
+const QSslConfiguration& NetworkUsageTransport::tlsConfiguration() {
+  if (!tls_) tls_ = makeTlsConfiguration(extraCaCertificates());
+  return *tls_;
 }
 
 QSslConfiguration NetworkUsageTransport::makeTlsConfiguration(const QList<QSslCertificate>& extra) {
@@ -78,9 +85,9 @@ void NetworkUsageTransport::post(const UsageRequest& request, Completion complet
   QNetworkRequest networkRequest(request.url);
   for (const auto& [name, value] : request.headers) networkRequest.setRawHeader(name, value);
   networkRequest.setTransferTimeout(request.timeoutMs);
-  networkRequest.setSslConfiguration(tls_);
+  networkRequest.setSslConfiguration(tlsConfiguration());
 
-  QNetworkReply* reply = manager_->sendCustomRequest(networkRequest, request.method, request.body);
+  QNetworkReply* reply = manager().sendCustomRequest(networkRequest, request.method, request.body);
   pending_[reply] = std::move(completion);
 }
 

@@ -6,6 +6,7 @@
 #include <QString>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "telemetry/UsageTransport.h"
 
@@ -18,7 +19,9 @@ namespace tw {
 // Usage posts over HTTPS with QNetworkAccessManager. Certificate verification
 // is always on: the system CA store, plus the PEM certificates of the file
 // named by TINTWELL_TELEMETRY_CA when set (Qt ignores SSL_CERT_FILE). Lives on,
-// and completes on, the thread it was made on (the main thread).
+// and completes on, the thread it was made on (the main thread). The network
+// manager and the TLS set-up (which loads the TLS library and the CA store)
+// are made at the first post: nothing of it is on the path to the first paint.
 class NetworkUsageTransport final : public UsageTransport {
  public:
   NetworkUsageTransport();
@@ -33,11 +36,12 @@ class NetworkUsageTransport final : public UsageTransport {
   static QList<QSslCertificate> extraCaCertificates();
   // Peer verification on; the system roots, plus `extra` when there are any.
   static QSslConfiguration makeTlsConfiguration(const QList<QSslCertificate>& extra);
-  // What every request of this transport uses.
-  const QSslConfiguration& tlsConfiguration() const { return tls_; }
+  // What every request of this transport uses (made on first use).
+  const QSslConfiguration& tlsConfiguration();
 
  private:
   void finish(QNetworkReply* reply, const Completion& completion);
+  QNetworkAccessManager& manager();
 
   // The completions of the posts still out. One connection on the manager
   // serves them all: a connection per reply would hand our slot object to Qt,
@@ -46,7 +50,7 @@ class NetworkUsageTransport final : public UsageTransport {
   std::map<QNetworkReply*, Completion> pending_;
   std::unique_ptr<QObject> context_;  // owns the manager; its end cancels completions
   QNetworkAccessManager* manager_ = nullptr;
-  QSslConfiguration tls_;
+  std::optional<QSslConfiguration> tls_;
 };
 
 // The transport this build uses for telemetry.
