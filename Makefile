@@ -12,7 +12,7 @@ CMAKE_FLAGS ?=
 DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
   qt6-base-dev qt6-base-dev-tools libgtest-dev libgmock-dev libbenchmark-dev \
   dbus python3-dbus python3-gi xvfb xdotool x11-utils x11-xserver-utils libxi-dev libxcb-xinput-dev libx11-dev \
-  openssl ca-certificates iproute2 bc
+  openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
@@ -37,8 +37,12 @@ configure: deps $(BUILD)/build.ninja
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
+# Starts the desktop panel on the session's display.
 run: build
-	./$(BUILD)/tintwell --help
+	@if [ -z "$${DISPLAY:-}$${WAYLAND_DISPLAY:-}" ]; then \
+	  echo "make run: no display (DISPLAY or WAYLAND_DISPLAY); run it from a desktop session," \
+	       "or try ./$(BUILD)/tintwell --help for the command-line tools" >&2; exit 1; fi
+	./$(BUILD)/tintwell
 
 # Everything but the ten-minute telemetry soak (make soak).
 test: build
@@ -84,6 +88,11 @@ clean:
 # The pen link end to end: a private bus, the fake BlueZ with a pen named
 # "QUILLA-Pen 02" sending a colour every second, and `tintwell listen` against
 # it (Ctrl-C ends it; DEMO_SECONDS=N stops it after N seconds).
+# The README's screenshots, under Xvfb with the fake BlueZ (docs/images).
+.PHONY: screenshots
+screenshots: build
+	tools/screenshots.sh $(BUILD) docs/images
+
 .PHONY: demo
 demo: build
 	tools/demo.sh $(BUILD)
