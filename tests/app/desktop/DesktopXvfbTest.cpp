@@ -35,11 +35,15 @@ QString tintwellBin() { return qEnvironmentVariable("TINTWELL_BIN"); }
 // The desktop application under test, with its standard output as lines.
 class Desktop {
  public:
-  explicit Desktop(const QProcessEnvironment& env) {
+  // `offline`: in a network namespace of its own, without routes.
+  explicit Desktop(const QProcessEnvironment& env, bool offline = false) {
     process_.setProcessEnvironment(env);
     process_.setProcessChannelMode(QProcess::SeparateChannels);
     testing::endWithParent(process_);
-    process_.start(tintwellBin(), {});
+    if (offline)
+      process_.start(QStringLiteral("unshare"), {QStringLiteral("-n"), tintwellBin()});
+    else
+      process_.start(tintwellBin(), {});
     process_.waitForStarted();
   }
   ~Desktop() {
@@ -145,7 +149,7 @@ class DesktopXvfbTest : public ::testing::Test {
 
   std::unique_ptr<Desktop> start(
       const QString& telemetryUrl = QStringLiteral("https://127.0.0.1:9"),
-      const QString& scaleFactor = {}) {
+      const QString& scaleFactor = {}, bool offline = false) {
     QProcessEnvironment env = xvfb_.environment();
     env.insert(QStringLiteral("HOME"), home_.path());
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.filePath(QStringLiteral("config")));
@@ -162,7 +166,7 @@ class DesktopXvfbTest : public ::testing::Test {
     if (!env.contains(QStringLiteral("TSAN_OPTIONS")))
       env.insert(QStringLiteral("TSAN_OPTIONS"),
                  QStringLiteral("ignore_noninstrumented_modules=1"));
-    auto desktop = std::make_unique<Desktop>(env);
+    auto desktop = std::make_unique<Desktop>(env, offline);
     const bool shown = waitForPanel();
     EXPECT_TRUE(shown) << desktop->transcript().toStdString();
     return desktop;
@@ -406,6 +410,33 @@ TEST_F(DesktopXvfbTest, QuittingWaitsWhileThePostsHang) {
   ASSERT_TRUE(desktop->finish(20000)) << desktop->transcript().toStdString();
   EXPECT_EQ(desktop->process().exitCode(), 0);
   EXPECT_EQ(desktop->count(QStringLiteral("Final bye bye ~")), 1);
+}
+
+}  // namespace
+}  // namespace tw
+
+namespace tw {
+namespace {
+
+TEST_F(DesktopXvfbTest, QuittingWithNoNetworkEndsWithoutAnyPost) {
+  testing::TelemetryTestServer server(certificates_);
+  auto desktop = start(server.baseUrl(), {}, /*offline=*/true);
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")))
+      << desktop->transcript().toStdString();
+  // Count one colour, with the dropper.
+  armDropper();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("cursor changed")));
+  clickAt(700, 500);
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("3C7FE0")));
+  ASSERT_TRUE(waitForPanel());
+  desktop->signal(SIGTERM);
+  ASSERT_TRUE(desktop->finish()) << desktop->transcript().toStdString();
+  EXPECT_EQ(desktop->process().exitCode(), 0);
+  EXPECT_TRUE(desktop->inOrder(
+      {QStringLiteral("i am in applicationShouldTerminate ~"), QStringLiteral("sending data"),
+       QStringLiteral("No Internet found!"), QStringLiteral("Final bye bye ~")}))
+      << desktop->transcript().toStdString();
+  EXPECT_TRUE(server.requests().isEmpty());
 }
 
 }  // namespace
