@@ -18,6 +18,8 @@
 
 #include "app/Notifications.h"
 #include "bridge/RunningApplications.h"
+#include "common/BridgeSandbox.h"
+#include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "pen/simulated/SimulatedCentral.h"
@@ -40,19 +42,8 @@ QCoreApplication& app() {
   return *instance;
 }
 
-bool waitFor(const std::function<bool()>& done, int ms = 5000) {
-  QDeadlineTimer deadline(ms);
-  while (!done()) {
-    if (deadline.hasExpired()) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    QThread::msleep(1);
-  }
-  return true;
-}
-
-void spin(int ms) {
-  waitFor([] { return false; }, ms);
-}
+using testing::spin;
+using testing::waitFor;
 
 class RecordingView : public PanelView {
  public:
@@ -96,19 +87,7 @@ class PanelLogicTest : public ::testing::Test {
   void SetUp() override {
     app();
     ASSERT_TRUE(home_.isValid());
-    qputenv("HOME", home_.path().toUtf8());
-    qputenv("XDG_DATA_HOME", (home_.path() + "/data").toUtf8());
-    qputenv("XDG_CONFIG_HOME", (home_.path() + "/config").toUtf8());
-    qputenv("WINEPREFIX", (home_.path() + "/wine").toUtf8());
-    // The launcher stand-in: records its arguments, one launch per line.
-    QDir().mkpath(home_.path() + "/bin");
-    QFile wine(home_.path() + "/bin/wine");
-    ASSERT_TRUE(wine.open(QIODevice::WriteOnly));
-    wine.write(
-        "#!/bin/sh\nprintf '%s|' \"$@\" >> \"$HOME/launches\"\necho >> \"$HOME/launches\"\n");
-    wine.close();
-    wine.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    qputenv("PATH", (home_.path() + "/bin:" + qEnvironmentVariable("PATH")).toUtf8());
+    home_.enter();
 
     auto lister = std::make_shared<FixedApplicationLister>(
         std::vector<RunningApplication>{{QStringLiteral("Photoshop.exe"), kPhotoshop}});
@@ -120,16 +99,12 @@ class PanelLogicTest : public ::testing::Test {
     parts.alerts = std::make_shared<SilentAlertPresenter>();
     parts.transport = transport_;
     panel_ = std::make_unique<PanelLogic>(view_, noAnswer_, std::move(parts));
-    testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStdout();
     panel_->viewDidLoad();
   }
-  void TearDown() override { testing::internal::GetCapturedStdout(); }
+  void TearDown() override { ::testing::internal::GetCapturedStdout(); }
 
-  QStringList launches() const {
-    QFile file(home_.path() + "/launches");
-    if (!file.open(QIODevice::ReadOnly)) return {};
-    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
-  }
+  QStringList launches() const { return home_.launches(); }
   void postPenColour(const ColorStruct& colour) {
     NotificationCenter::defaultCenter().post(
         notification::newColor(), colour,
@@ -147,7 +122,7 @@ class PanelLogicTest : public ::testing::Test {
   ColorRecord::Fields record() const { return panel_->apiLogger().colorRecord()->read(); }
   qint64 photoshopPushes() const { return panel_->commander().tempApplicationRecord()->read().PS; }
 
-  QTemporaryDir home_;
+  testing::BridgeSandbox home_;
   RecordingView view_;
   NoAnswer noAnswer_;
   std::shared_ptr<IdleTransport> transport_ = std::make_shared<IdleTransport>();
@@ -203,13 +178,13 @@ TEST_F(PanelLogicTest, SameChannelsInAnotherColourSpaceAreBothTreatedAsNew) {
 }
 
 TEST_F(PanelLogicTest, EveryColourPrintsItsHexLine) {
-  testing::internal::GetCapturedStdout();
-  testing::internal::CaptureStdout();
+  ::testing::internal::GetCapturedStdout();
+  ::testing::internal::CaptureStdout();
   panel_->appear();
   postPenColour(ColorStruct::fromChannels(255, 128, 0));
   ASSERT_TRUE(waitFor([&] { return view_.count("color #FF8000") == 1; }));
-  const std::string out = testing::internal::GetCapturedStdout();
-  testing::internal::CaptureStdout();
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  ::testing::internal::CaptureStdout();
   EXPECT_NE(out.find("FAFAFA\n"), std::string::npos) << out;
   EXPECT_NE(out.find("FF8000\n"), std::string::npos) << out;
 }
@@ -304,10 +279,8 @@ TEST_F(PanelLogicTest, APanelGoingWhileAPenColourIsBeingPushedWaitsForThePush) {
   panel_->appear();
   // The launcher takes a while: the pen thread is inside the push when the
   // panel goes (as when a colour arrives while the application quits).
-  QFile wine(home_.path() + "/bin/wine");
-  ASSERT_TRUE(wine.open(QIODevice::WriteOnly | QIODevice::Truncate));
-  wine.write("#!/bin/sh\ntouch \"$HOME/launching\"\nsleep 0.3\necho done >> \"$HOME/launches\"\n");
-  wine.close();
+  ASSERT_TRUE(home_.setWineScript(
+      "#!/bin/sh\ntouch \"$HOME/launching\"\nsleep 0.3\necho done >> \"$HOME/launches\"\n"));
   QThread* pen = QThread::create([&] { postPenColour(ColorStruct::fromChannels(7, 8, 9)); });
   pen->start();
   ASSERT_TRUE(waitFor([&] { return QFile::exists(home_.path() + "/launching"); }));

@@ -16,6 +16,7 @@
 #include <QThread>
 
 #include "color/x11/XvfbServer.h"
+#include "common/BridgeSandbox.h"
 #include "pen/BusFixture.h"
 #include "telemetry/Reachability.h"
 #include "telemetry/TelemetryTestServer.h"
@@ -110,14 +111,6 @@ class DesktopXvfbTest : public ::testing::Test {
     // The root is a known colour to pick from.
     xvfb_.run(QStringLiteral("xsetroot"), {QStringLiteral("-solid"), QStringLiteral("#3C7FE0")});
 
-    // The launcher stand-in records each launch as one line of arguments.
-    QDir().mkpath(home_.filePath(QStringLiteral("bin")));
-    QFile wine(home_.filePath(QStringLiteral("bin/wine")));
-    ASSERT_TRUE(wine.open(QIODevice::WriteOnly));
-    wine.write(
-        "#!/bin/sh\nprintf '%s|' \"$@\" >> \"$HOME/launches\"\necho >> \"$HOME/launches\"\n");
-    wine.close();
-    wine.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     // A running "Photoshop" as Wine shows it in /proc.
     testing::endWithParent(photoshop_);
     photoshop_.start(
@@ -151,13 +144,8 @@ class DesktopXvfbTest : public ::testing::Test {
       const QString& telemetryUrl = QStringLiteral("https://127.0.0.1:9"),
       const QString& scaleFactor = {}, bool offline = false) {
     QProcessEnvironment env = xvfb_.environment();
-    env.insert(QStringLiteral("HOME"), home_.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home_.filePath(QStringLiteral("config")));
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home_.filePath(QStringLiteral("data")));
+    home_.applyTo(env);
     env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime_.path());
-    env.insert(QStringLiteral("WINEPREFIX"), home_.filePath(QStringLiteral("wine")));
-    env.insert(QStringLiteral("PATH"), home_.filePath(QStringLiteral("bin")) + QLatin1Char(':') +
-                                           env.value(QStringLiteral("PATH")));
     env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), bus_.address());
     env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), telemetryUrl);
     env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates_.caPath());
@@ -222,15 +210,8 @@ class DesktopXvfbTest : public ::testing::Test {
               {QStringLiteral("mousemove"), QString::number(x), QString::number(y),
                QStringLiteral("click"), QStringLiteral("1")});
   }
-  QStringList launches() const {
-    QFile file(home_.filePath(QStringLiteral("launches")));
-    if (!file.open(QIODevice::ReadOnly)) return {};
-    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-  }
-  QByteArray photoshopScript() const {
-    QFile file(home_.filePath(QStringLiteral("data/Tintwell/colorScriptPS.jsx")));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-  }
+  QStringList launches() const { return home_.launches(); }
+  QByteArray photoshopScript() const { return home_.photoshopScript(); }
   static QByteArray scriptFor(int r, int g, int b) {
     return QStringLiteral(
                "app.foregroundColor.rgb.red = %1;app.foregroundColor.rgb.green = %2;"
@@ -244,7 +225,7 @@ class DesktopXvfbTest : public ::testing::Test {
 
   XvfbServer xvfb_{{QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")}};
   testing::PrivateBus bus_;
-  QTemporaryDir home_;
+  testing::BridgeSandbox home_;
   QTemporaryDir runtime_;
   testing::TestCertificates certificates_;
   std::unique_ptr<testing::FakeBluez> fake_;

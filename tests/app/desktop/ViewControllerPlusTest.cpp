@@ -26,6 +26,8 @@
 #include "color/picker/ClearWindow.h"
 #include "color/picker/DropperCursor.h"
 #include "color/picker/OffscreenApp.h"
+#include "common/BridgeSandbox.h"
+#include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "library/dialog/VCPantonePicker.h"
@@ -47,20 +49,8 @@ QApplication& app() {
   return instance;
 }
 
-bool waitFor(const std::function<bool()>& done, int ms = 5000) {
-  QDeadlineTimer deadline(ms);
-  while (!done()) {
-    if (deadline.hasExpired()) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QThread::msleep(1);
-  }
-  return true;
-}
-
-void spin(int ms) {
-  waitFor([] { return false; }, ms);
-}
+using testing::spin;
+using testing::waitFor;
 
 // Counts requests and never answers: these tests never reach a send.
 class IdleTransport : public UsageTransport {
@@ -87,18 +77,7 @@ class ViewControllerPlusTest : public ::testing::Test {
   void SetUp() override {
     app();
     ASSERT_TRUE(home_.isValid());
-    qputenv("HOME", home_.path().toUtf8());
-    qputenv("XDG_DATA_HOME", (home_.path() + "/data").toUtf8());
-    qputenv("XDG_CONFIG_HOME", (home_.path() + "/config").toUtf8());
-    qputenv("WINEPREFIX", (home_.path() + "/wine").toUtf8());
-    QDir().mkpath(home_.path() + "/bin");
-    QFile wine(home_.path() + "/bin/wine");
-    ASSERT_TRUE(wine.open(QIODevice::WriteOnly));
-    wine.write(
-        "#!/bin/sh\nprintf '%s|' \"$@\" >> \"$HOME/launches\"\necho >> \"$HOME/launches\"\n");
-    wine.close();
-    wine.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    qputenv("PATH", (home_.path() + "/bin:" + qEnvironmentVariable("PATH")).toUtf8());
+    home_.enter();
 
     pointer_->height = 600;
     pointer_->location = QPointF(100, 500);  // top-left row 100
@@ -137,11 +116,7 @@ class ViewControllerPlusTest : public ::testing::Test {
     ::testing::internal::CaptureStdout();
     return QString::fromStdString(out);
   }
-  QStringList launches() const {
-    QFile file(home_.path() + "/launches");
-    if (!file.open(QIODevice::ReadOnly)) return {};
-    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
-  }
+  QStringList launches() const { return home_.launches(); }
   void postPenColour(const ColorStruct& colour) {
     QThread* pen = QThread::create([&] {
       NotificationCenter::defaultCenter().post(
@@ -173,7 +148,7 @@ class ViewControllerPlusTest : public ::testing::Test {
   }
   QString batteryImage() const { return panel_->imgBattery->property("imageName").toString(); }
 
-  QTemporaryDir home_;
+  testing::BridgeSandbox home_;
   AppDelegate delegate_;
   std::shared_ptr<IdleTransport> transport_ = std::make_shared<IdleTransport>();
   std::shared_ptr<testing::FakeClickMonitor> monitor_ =

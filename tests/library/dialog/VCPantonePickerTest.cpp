@@ -12,21 +12,13 @@
 #include "app/NotificationCenter.h"
 #include "app/Notifications.h"
 #include "color/picker/OffscreenApp.h"
+#include "common/QtWait.h"
 #include "common/TimeScale.h"
 
 namespace tw {
 namespace {
 
-bool waitFor(const std::function<bool()>& done, int ms = 5000) {
-  QDeadlineTimer deadline(ms);
-  while (!done()) {
-    if (deadline.hasExpired()) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QThread::msleep(1);
-  }
-  return true;
-}
+using testing::waitFor;
 
 // Every "Notification_ColorLibraryChanged" of the process (observers are
 // never removed, so one recorder for all tests).
