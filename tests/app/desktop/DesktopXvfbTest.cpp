@@ -17,6 +17,7 @@
 
 #include "color/x11/XvfbServer.h"
 #include "common/BridgeSandbox.h"
+#include "common/LineProcess.h"
 #include "pen/BusFixture.h"
 #include "telemetry/Reachability.h"
 #include "telemetry/TelemetryTestServer.h"
@@ -34,65 +35,13 @@ const QString kTitle = QStringLiteral("^Tintwell$");
 QString tintwellBin() { return qEnvironmentVariable("TINTWELL_BIN"); }
 
 // The desktop application under test, with its standard output as lines.
-class Desktop {
- public:
-  // `offline`: in a network namespace of its own, without routes.
-  explicit Desktop(const QProcessEnvironment& env, bool offline = false) {
-    process_.setProcessEnvironment(env);
-    process_.setProcessChannelMode(QProcess::SeparateChannels);
-    testing::endWithParent(process_);
-    if (offline)
-      process_.start(QStringLiteral("unshare"), {QStringLiteral("-n"), tintwellBin()});
-    else
-      process_.start(tintwellBin(), {});
-    process_.waitForStarted();
-  }
-  ~Desktop() {
-    if (process_.state() != QProcess::NotRunning) {
-      process_.kill();
-      process_.waitForFinished();
-    }
-  }
-  QStringList lines() {
-    out_.append(process_.readAllStandardOutput());
-    QStringList l = QString::fromUtf8(out_).split(QLatin1Char('\n'));
-    l.removeLast();  // the unfinished line, or the empty text after the last newline
-    return l;
-  }
-  int count(const QString& line) { return static_cast<int>(lines().count(line)); }
-  // Waits until `line` has been printed `times` times in all.
-  bool waitForLine(const QString& line, int times = 1, int ms = 15000) {
-    QDeadlineTimer deadline(ms);
-    while (count(line) < times) {
-      if (deadline.hasExpired() || process_.state() == QProcess::NotRunning) return false;
-      process_.waitForReadyRead(20);
-    }
-    return true;
-  }
-  // Lines in this order (others may sit between them).
-  bool inOrder(const QStringList& expected) {
-    const QStringList all = lines();
-    qsizetype at = -1;
-    for (const QString& line : expected) {
-      at = all.indexOf(line, at + 1);
-      if (at < 0) return false;
-    }
-    return true;
-  }
-  void signal(int sig) { ::kill(static_cast<pid_t>(process_.processId()), sig); }
-  bool finish(int ms = 20000) { return process_.waitForFinished(ms); }
-  QProcess& process() { return process_; }
-  QString transcript() {
-    err_.append(process_.readAllStandardError());
-    return lines().join(QLatin1Char('\n')) + QStringLiteral("\n--- standard error:\n") +
-           QString::fromUtf8(err_);
-  }
-
- private:
-  QProcess process_;
-  QByteArray out_;
-  QByteArray err_;
-};
+// `offline`: in a network namespace of its own, without routes.
+std::unique_ptr<testing::LineProcess> startDesktop(const QProcessEnvironment& env, bool offline) {
+  if (offline)
+    return std::make_unique<testing::LineProcess>(
+        QStringLiteral("unshare"), QStringList{QStringLiteral("-n"), tintwellBin()}, env);
+  return std::make_unique<testing::LineProcess>(tintwellBin(), QStringList{}, env);
+}
 
 QCoreApplication& app() {
   static int argc = 1;
@@ -140,7 +89,7 @@ class DesktopXvfbTest : public ::testing::Test {
     return true;
   }
 
-  std::unique_ptr<Desktop> start(
+  std::unique_ptr<testing::LineProcess> start(
       const QString& telemetryUrl = QStringLiteral("https://127.0.0.1:9"),
       const QString& scaleFactor = {}, bool offline = false) {
     QProcessEnvironment env = xvfb_.environment();
@@ -154,7 +103,7 @@ class DesktopXvfbTest : public ::testing::Test {
     if (!env.contains(QStringLiteral("TSAN_OPTIONS")))
       env.insert(QStringLiteral("TSAN_OPTIONS"),
                  QStringLiteral("ignore_noninstrumented_modules=1"));
-    auto desktop = std::make_unique<Desktop>(env, offline);
+    auto desktop = startDesktop(env, offline);
     const bool shown = waitForPanel();
     EXPECT_TRUE(shown) << desktop->transcript().toStdString();
     return desktop;
