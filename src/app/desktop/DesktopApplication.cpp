@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QIcon>
+#include <QTimer>
 
 #include "app/AppDelegate.h"
 #include "app/TerminationSignals.h"
@@ -22,7 +23,6 @@ int runDesktopApplication(int argc, char** argv) {
   // Quitting is the delegate's: closing the panel for a screen pick must not
   // end the loop, and closing it otherwise quits through the handshake.
   QApplication::setQuitOnLastWindowClosed(false);
-  QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell"))));
 
   AppDelegate delegate;
   installTerminationSignalHandlers(delegate);
@@ -35,6 +35,9 @@ int runDesktopApplication(int argc, char** argv) {
   PanelWindow window(delegate, panel);
   panel->viewDidLoad();
   window.show();
+  // The window list's icon can follow the first paint.
+  QTimer::singleShot(
+      0, &app, [] { QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell")))); });
   delegate.applicationDidFinishLaunching();
   return QApplication::exec();
 }
