@@ -16,6 +16,13 @@
 
 namespace tw {
 
+PanelParts desktopPanelParts() {
+  return PanelParts{pen::platformCentralFactory(), defaultHostDescription(),
+                    std::make_shared<MessageBoxAlertPresenter>(),
+                    std::make_shared<NetworkUsageTransport>(),
+                    [] { return std::make_unique<ColorHelper>(); }};
+}
+
 int runDesktopApplication(int argc, char** argv) {
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Tintwell"));
@@ -27,11 +34,7 @@ int runDesktopApplication(int argc, char** argv) {
   AppDelegate delegate;
   installTerminationSignalHandlers(delegate);
 
-  PanelParts parts{pen::platformCentralFactory(), defaultHostDescription(),
-                   std::make_shared<MessageBoxAlertPresenter>(),
-                   std::make_shared<NetworkUsageTransport>(),
-                   [] { return std::make_unique<ColorHelper>(); }};
-  auto* panel = new ViewController_plus(delegate, std::move(parts));
+  auto* panel = new ViewController_plus(delegate, desktopPanelParts());
   PanelWindow window(delegate, panel);
   panel->viewDidLoad();
   window.show();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <QByteArray>
@@ -32,6 +33,9 @@ class XvfbServer {
     argv.push_back(nullptr);
     pid_ = ::fork();
     if (pid_ == 0) {
+      // A test that dies without its destructors must not leave the server
+      // behind: it would hold the test's output pipe and stall ctest.
+      ::prctl(PR_SET_PDEATHSIG, SIGTERM);
       ::close(fds[0]);
       ::execvp("Xvfb", argv.data());
       ::_exit(127);

@@ -1,0 +1,107 @@
+// The desktop panel in this process with its real platform parts, on a private
+// Xvfb: real windows, the X11 picker (XInput2, one-pixel reads), the BlueZ
+// backend (no BlueZ on the bus it is given), the bridge in a sandbox. The
+// panel's texts are read from its widgets; clicks come from xdotool.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QProcess>
+
+#include "app/AppDelegate.h"
+#include "app/desktop/DesktopApplication.h"
+#include "app/desktop/PanelWindow.h"
+#include "app/desktop/ViewController_plus.h"
+#include "color/x11/XvfbServer.h"
+#include "common/BridgeSandbox.h"
+#include "common/QtWait.h"
+
+namespace tw {
+namespace {
+
+using testing::waitFor;
+
+class PanelXvfbTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    server_ = new testing::XvfbServer(
+        {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")});
+    ASSERT_TRUE(server_->isRunning());
+    server_->run(QStringLiteral("xsetroot"), {QStringLiteral("-solid"), QStringLiteral("#3C7FE0")});
+    sandbox_ = new testing::BridgeSandbox;
+    sandbox_->enter();
+    qputenv("DISPLAY", server_->display().toUtf8());
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    qunsetenv("WAYLAND_DISPLAY");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
+    qputenv("TINTWELL_TELEMETRY_URL", "https://127.0.0.1:9");
+    static int argc = 1;
+    static char name[] = "panel_xvfb_test";
+    static char* argv[] = {name, nullptr};
+    app_ = new QApplication(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+  }
+
+  static void TearDownTestSuite() {
+    // The application goes before its X server; the server before the sandbox
+    // it was started in.
+    delete app_;
+    app_ = nullptr;
+    delete server_;
+    server_ = nullptr;
+    delete sandbox_;
+    sandbox_ = nullptr;
+  }
+
+  bool panelMapped() {
+    return !server_
+                ->run(QStringLiteral("xdotool"),
+                      {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                       QStringLiteral("--name"), QStringLiteral("^Tintwell$")})
+                .trimmed()
+                .isEmpty();
+  }
+
+  static testing::XvfbServer* server_;
+  static testing::BridgeSandbox* sandbox_;
+  static QApplication* app_;
+};
+
+testing::XvfbServer* PanelXvfbTest::server_ = nullptr;
+testing::BridgeSandbox* PanelXvfbTest::sandbox_ = nullptr;
+QApplication* PanelXvfbTest::app_ = nullptr;
+
+TEST_F(PanelXvfbTest, StartUpShowsFAFAFAAndTheTextsOf250AndAPickShowsTheColourBelow) {
+  AppDelegate delegate;
+  auto* panel = new ViewController_plus(delegate, desktopPanelParts());
+  PanelWindow window(delegate, panel);
+  panel->viewDidLoad();
+  window.show();
+  ASSERT_TRUE(waitFor([&] { return panel->hexInfo->text() == "#FAFAFA"; }));
+  EXPECT_EQ(panel->rgbInfo->text(), "250  250  250");
+  EXPECT_EQ(panel->cmykInfo->text(), "0  0  0  2");
+  EXPECT_EQ(panel->hsbInfo->text(), "0  0  98");
+  EXPECT_EQ(panel->labInfo->text(), "98.3  0.0  -0.0 ");
+  ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
+  EXPECT_EQ(panel->colorHelper().mainScreenHeight, 768);
+
+  // The dropper, with a real click on the X server (inside where the panel
+  // stood: the pixel below it is read, not the panel).
+  panel->findScreenColor();
+  ASSERT_TRUE(waitFor([&] { return !panelMapped(); }));
+  QProcess click;
+  click.setProcessEnvironment(server_->environment());
+  click.start(QStringLiteral("xdotool"),
+              {QStringLiteral("mousemove"), QStringLiteral("60"), QStringLiteral("120"),
+               QStringLiteral("click"), QStringLiteral("1")});
+  ASSERT_TRUE(waitFor([&] { return panel->hexInfo->text() == "#3C7FE0"; }, 15000));
+  EXPECT_EQ(panel->rgbInfo->text(), "60  127  224");
+  EXPECT_EQ(panel->cmykInfo->text(), "73  43  0  12");
+  EXPECT_EQ(panel->hsbInfo->text(), "215  73  88");
+  ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
+  EXPECT_EQ(panel->logic().apiLogger().colorRecord()->read().colors_screen, ",#3C7FE0");
+  click.waitForFinished();
+}
+
+}  // namespace
+}  // namespace tw
