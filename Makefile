@@ -12,7 +12,8 @@ CMAKE_FLAGS ?=
 DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
   qt6-base-dev qt6-base-dev-tools libgtest-dev libgmock-dev libbenchmark-dev \
   dbus python3-dbus python3-gi xvfb xdotool x11-utils x11-xserver-utils libxi-dev libxcb-xinput-dev libx11-dev \
-  openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr
+  openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr \
+  man-db groff-base dpkg-dev debootstrap mount
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
