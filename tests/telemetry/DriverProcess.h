@@ -38,6 +38,9 @@ class DriverProcess {
   bool waitForLine(const QString& line, int timeoutMs = 20000) {
     return pumpUntil([&] { return lines_.contains(line); }, timeoutMs);
   }
+  bool waitForCount(const QString& line, qsizetype times, int timeoutMs = 20000) {
+    return pumpUntil([&] { return lines_.count(line) >= times; }, timeoutMs);
+  }
   bool waitForLineStartingWith(const QString& prefix, int timeoutMs = 20000) {
     return pumpUntil([&] { return indexOfPrefix(prefix) >= 0; }, timeoutMs);
   }

@@ -34,20 +34,37 @@ TEST(PenThreadSending, ColoursCountedDuringTicksLandInConsistentBodiesAtMostOnce
   DriverProcess driver(env);
   ASSERT_TRUE(driver.started()) << driver.transcript().toStdString();
 
-  constexpr int kColours = 10000;  // about 2 s of counting, so several ticks
-  driver.send(QStringLiteral("burst %1").arg(kColours));
-  ASSERT_TRUE(driver.waitForLine(QStringLiteral("BURST DONE"), 120000))
-      << driver.transcript().toStdString();
+  // Count in bursts until two timer ticks have been answered. On a loaded
+  // machine a tick's post may miss its short time-out; its colours then go out
+  // again with the next one, so the run simply lasts longer.
+  constexpr int kBurst = 2000;  // about 0.4 s of counting
+  const auto ticksAnswered = [&server] {
+    int n = 0;
+    for (const auto& post : server.requests(QStringLiteral("/api/color_usage")))
+      n += post.answeredOk() && testing::bodyObject(post).value("session_full").toBool();
+    return n;
+  };
+  int bursts = 0;
+  QDeadlineTimer deadline(180000);
+  while (ticksAnswered() < 2) {
+    ASSERT_FALSE(deadline.hasExpired()) << "fewer than two ticks answered in three minutes\n"
+                                        << driver.transcript().toStdString();
+    driver.send(QStringLiteral("burst %1").arg(kBurst));
+    ++bursts;
+    ASSERT_TRUE(driver.waitForCount(QStringLiteral("BURST DONE"), bursts, 120000))
+        << driver.transcript().toStdString();
+  }
+  const int counted = bursts * kBurst;
   driver.send(QStringLiteral("quit"));
   ASSERT_TRUE(driver.waitForExit(60000)) << driver.transcript().toStdString();
   // Non-zero also when ThreadSanitizer found a race in the driver.
   ASSERT_EQ(driver.exitCode(), 0) << driver.transcript().toStdString();
-  ASSERT_TRUE(server.waitForRequests(4));
 
   const bool clientSawEveryAnswer = driver.indexOfPrefix(QStringLiteral("error ")) < 0;
   QHash<int, int> delivered;
-  int ticksThatSent = 0;
-  for (const auto& post : server.requests(QStringLiteral("/api/color_usage"))) {
+  const QList<testing::ServerEvent> posts = server.requests(QStringLiteral("/api/color_usage"));
+  ASSERT_FALSE(posts.isEmpty());
+  for (const auto& post : posts) {
     const QJsonObject body = testing::bodyObject(post);
     QString list = body.value("colors_device").toString();
     list.remove(u'[').remove(u']');
@@ -55,17 +72,22 @@ TEST(PenThreadSending, ColoursCountedDuringTicksLandInConsistentBodiesAtMostOnce
     // Count and list were taken together.
     EXPECT_EQ(entries.size(), body.value("counter_device").toInteger());
     EXPECT_EQ(QSet<QString>(entries.begin(), entries.end()).size(), entries.size());
-    if (body.value("session_full").toBool()) ++ticksThatSent;
     if (!post.answeredOk()) continue;
-    for (const QString& entry : entries) ++delivered[entry.mid(1).toInt(nullptr, 16)];
+    for (const QString& entry : entries) {
+      const int number = entry.mid(1).toInt(nullptr, 16);
+      EXPECT_TRUE(number >= 1 && number <= counted) << "colour " << number << " was never counted";
+      ++delivered[number];
+    }
   }
-  EXPECT_GE(ticksThatSent, 2);
   if (clientSawEveryAnswer) {
     for (auto it = delivered.cbegin(); it != delivered.cend(); ++it)
       EXPECT_EQ(it.value(), 1) << "colour " << it.key() << " was posted successfully twice";
+    // With the closing post through, only colours counted while a successful
+    // post was out can be missing: at most a time-out's share of each tick.
+    if (posts.back().answeredOk()) {
+      EXPECT_GT(delivered.size(), counted / 2);
+    }
   }
-  // Only colours counted while a post was out can be missing.
-  EXPECT_GT(delivered.size(), kColours / 2);
 }
 
 }  // namespace

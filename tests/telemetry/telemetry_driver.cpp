@@ -3,8 +3,10 @@
 // and run it in a network namespace of its own.
 //
 //   color R G B   count a pen colour on the "Orlo.Tintwell" thread
-//   burst N       count N distinct pen colours (1, 2, ... as RGB) on that
-//                 thread, 200 us apart, without waiting; "BURST DONE" at the end
+//   burst N       count N distinct pen colours on that thread, 200 us apart,
+//                 without waiting; the colours number on from the last burst's
+//                 (1, 2, ... as RGB), so no two bursts share one; "BURST DONE"
+//                 at the end
 //   screen R G B  count a screen pick on the main thread
 //   push PS|AI    count a push into the current application record
 //   quit          ask the application to terminate
@@ -75,6 +77,7 @@ int main(int argc, char** argv) {
   logger.countColor(250, 250, 250);
 
   QString pending;
+  int burstNumbered = 0;
   QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
   QObject::connect(&input, &QSocketNotifier::activated, [&] {
     char buffer[4096];
@@ -100,8 +103,10 @@ int main(int argc, char** argv) {
         counted.get_future().wait();
       } else if (verb == QLatin1String("burst") && words.size() == 2) {
         const int count = words[1].toInt();
-        penQueue.post([&logger, count] {
-          for (int n = 1; n <= count; ++n) {
+        penQueue.post([&logger, &burstNumbered, count] {
+          const int first = burstNumbered + 1;
+          burstNumbered += count;  // only the pen thread touches it
+          for (int n = first; n <= burstNumbered; ++n) {
             logger.countColor((n >> 16) & 0xFF, (n >> 8) & 0xFF, n & 0xFF);
             QThread::usleep(200);
           }
