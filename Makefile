@@ -97,3 +97,19 @@ screenshots: build
 .PHONY: demo
 demo: build
 	tools/demo.sh $(BUILD)
+
+# The Debian package, from a Release build of the application alone in
+# build-pkg/ (left there as tintwell_<version>_amd64.deb).
+PKG_BUILD := build-pkg
+.PHONY: deb deb-check
+deb: deps
+	cmake -S . -B $(PKG_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTINTWELL_BUILD_TESTS=OFF \
+	  -DTINTWELL_BUILD_BENCH=OFF
+	cmake --build $(PKG_BUILD) -j $(JOBS)
+	rm -f $(PKG_BUILD)/tintwell_*.deb
+	cd $(PKG_BUILD) && cpack -G DEB
+
+# That package installed with apt into a freshly bootstrapped Debian 12 and run
+# there (tools/deb_check.sh; root and the Debian mirror; about a minute).
+deb-check: deb
+	$(SUDO) tools/deb_check.sh $(PKG_BUILD)
