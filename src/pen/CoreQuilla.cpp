@@ -15,6 +15,7 @@
 #include "common/TimeScale.h"
 #include "pen/BluetoothUuid.h"
 #include "pen/Mailbox.h"
+#include "pen/PenValues.h"
 
 namespace tw::pen {
 
@@ -292,15 +293,9 @@ void CoreQuilla::peripheralDidUpdateValue(const PeripheralPtr&,
 }
 
 void CoreQuilla::decodeColorPacket(const CharacteristicPtr& characteristic) {
-  const std::optional<QByteArray> value = characteristic->value();
-  if (!value) fatalStop("colour characteristic without a value");
-  if (value->size() < 4) fatalStop("colour packet shorter than 4 bytes");
-  const auto byte = [&](int i) { return static_cast<qint64>(static_cast<quint8>(value->at(i))); };
-  const qint64 red = byte(1);
-  const qint64 green = byte(2);
-  const qint64 blue = byte(3);
-  ColorStruct color = ColorStruct::fromChannels(red, green, blue);
-  logLine(QStringLiteral("buffer[0] :  ") + QString::number(byte(0)));
+  const ColorPacket packet = pen::decodeColorPacket(characteristic->value());
+  ColorStruct color = ColorStruct::fromChannels(packet.red, packet.green, packet.blue);
+  logLine(QStringLiteral("buffer[0] :  ") + QString::number(packet.leading));
   logLine(color.colorHex);
   NotificationCenter::defaultCenter().post(
       notification::newColor(), std::move(color),
@@ -322,10 +317,7 @@ qint64 CoreQuilla::getBatteryLevel() {
     // comes later; over a fast local bus it could otherwise land in between.
     const std::optional<QByteArray> value = characteristic->value();
     peripheral->readValue(characteristic);
-    if (value) {
-      if (value->isEmpty()) fatalStop("empty battery level value");
-      level = static_cast<qint64>(static_cast<quint8>(value->at(0)));
-    }
+    level = batteryLevelFromValue(value);
     logLine(QStringLiteral("Batter Level: ") + QString::number(level) + QStringLiteral(" %"));
   }
   std::lock_guard lock(mutex_);

@@ -1,9 +1,7 @@
 #include "pen/bluez/BluezCentral.h"
 
-#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
-#include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
 #include <QHash>
@@ -15,6 +13,7 @@
 
 #include "pen/BluetoothUuid.h"
 #include "pen/Mailbox.h"
+#include "pen/bluez/BluezProperties.h"
 
 namespace tw::pen {
 
@@ -35,81 +34,13 @@ const QString kPresentedChar = QStringLiteral("/tintwell_battery/level");
 // How long a service report waits for a Battery1 that the device announced.
 constexpr int kBatteryWaitMs = 1000;
 
-using Interfaces = QMap<QString, QVariantMap>;
-
-// Only fully typed values count; anything else reads as absent.
-std::optional<bool> boolProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::Bool) return std::nullopt;
-  return it->toBool();
-}
-std::optional<QString> stringProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::QString) return std::nullopt;
-  return it->toString();
-}
-QStringList stringListProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::QStringList) return {};
-  return it->toStringList();
-}
-std::optional<QByteArray> bytesProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::QByteArray) return std::nullopt;
-  return it->toByteArray();
-}
-std::optional<quint8> byteProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::UChar) return std::nullopt;
-  return static_cast<quint8>(it->value<uchar>());
-}
-
-bool isChildOf(const QString& path, const QString& parent) {
-  return path.size() > parent.size() + 1 && path.startsWith(parent) &&
-         path.at(parent.size()) == QLatin1Char('/') &&
-         path.indexOf(QLatin1Char('/'), parent.size() + 1) < 0;
-}
-
-// Drops properties whose type is not the one BlueZ documents, so a malformed
-// value never replaces a good one.
-QVariantMap wellTyped(const QVariantMap& props) {
-  static const QHash<QString, int> expected{{QStringLiteral("Powered"), QMetaType::Bool},
-                                            {QStringLiteral("Connected"), QMetaType::Bool},
-                                            {QStringLiteral("ServicesResolved"), QMetaType::Bool},
-                                            {QStringLiteral("Address"), QMetaType::QString},
-                                            {QStringLiteral("Name"), QMetaType::QString},
-                                            {QStringLiteral("UUID"), QMetaType::QString},
-                                            {QStringLiteral("UUIDs"), QMetaType::QStringList},
-                                            {QStringLiteral("Value"), QMetaType::QByteArray},
-                                            {QStringLiteral("Percentage"), QMetaType::UChar}};
-  QVariantMap result;
-  for (auto it = props.constBegin(); it != props.constEnd(); ++it) {
-    const auto type = expected.constFind(it.key());
-    if (type == expected.constEnd() || it->metaType().id() == *type) result.insert(it.key(), *it);
-  }
-  return result;
-}
-
-// a{sa{sv}}, already checked by signature.
-Interfaces readInterfaces(const QDBusArgument& arg) {
-  Interfaces result;
-  arg.beginMap();
-  while (!arg.atEnd()) {
-    QString name;
-    QVariantMap props;
-    arg.beginMapEntry();
-    arg >> name >> props;
-    arg.endMapEntry();
-    result.insert(name, wellTyped(props));
-  }
-  arg.endMap();
-  return result;
-}
-
-QUuid uuidOf(const QVariantMap& props) {
-  const std::optional<QString> text = stringProp(props, QStringLiteral("UUID"));
-  return text ? parseBluetoothUuid(*text) : QUuid();
-}
+using bluez::boolProp;
+using bluez::bytesProp;
+using bluez::Interfaces;
+using bluez::isChildOf;
+using bluez::stringListProp;
+using bluez::stringProp;
+using bluez::uuidOf;
 
 }  // namespace
 
@@ -459,30 +390,27 @@ class BluezWorker : public QObject {
       // The presented level is refreshed from Battery1.Percentage.
       call(peripheral->path(), kProperties, QStringLiteral("Get"),
            {kBattery, QStringLiteral("Percentage")},
-           [this, peripheral, characteristic, path](const QDBusMessage& reply) {
-             if (reply.type() != QDBusMessage::ReplyMessage ||
-                 reply.signature() != QLatin1String("v"))
-               return;
-             const QVariant value = reply.arguments().value(0).value<QDBusVariant>().variant();
-             if (value.metaType().id() != QMetaType::UChar) return;
-             storeAndReport(peripheral, characteristic, QByteArray(1, char(value.value<uchar>())));
+           [this, peripheral, characteristic](const QDBusMessage& reply) {
+             const std::optional<quint8> level = bluez::percentageFromReply(reply);
+             if (!level) return;
+             storeAndReport(peripheral, characteristic, QByteArray(1, char(*level)));
            });
       return;
     }
     call(path, kGattChar, QStringLiteral("ReadValue"), {QVariantMap()},
          [this, peripheral, characteristic](const QDBusMessage& reply) {
-           if (reply.type() != QDBusMessage::ReplyMessage ||
-               reply.signature() != QLatin1String("ay"))
-             return;
-           storeAndReport(peripheral, characteristic, reply.arguments().value(0).toByteArray());
+           const std::optional<QByteArray> value = bluez::valueFromReadReply(reply);
+           if (!value) return;
+           storeAndReport(peripheral, characteristic, *value);
          });
   }
 
  public Q_SLOTS:
   void onInterfacesAdded(const QDBusMessage& message) {
-    if (message.signature() != QLatin1String("oa{sa{sv}}")) return;
-    const QString path = message.arguments().value(0).value<QDBusObjectPath>().path();
-    const Interfaces added = readInterfaces(message.arguments().value(1).value<QDBusArgument>());
+    const std::optional<bluez::AddedInterfaces> signal = bluez::interfacesAddedFrom(message);
+    if (!signal) return;
+    const QString& path = signal->path;
+    const Interfaces& added = signal->interfaces;
     bool stateChanged = false;
     bool discovered = false;
     {
@@ -503,9 +431,10 @@ class BluezWorker : public QObject {
     if (added.contains(kGattService)) evaluateServices(path.section(QLatin1Char('/'), 0, -2));
   }
   void onInterfacesRemoved(const QDBusMessage& message) {
-    if (message.signature() != QLatin1String("oas")) return;
-    const QString path = message.arguments().value(0).value<QDBusObjectPath>().path();
-    const QStringList removed = message.arguments().value(1).toStringList();
+    const std::optional<bluez::RemovedInterfaces> signal = bluez::interfacesRemovedFrom(message);
+    if (!signal) return;
+    const QString& path = signal->path;
+    const QStringList& removed = signal->interfaces;
     bool stateChanged = false;
     std::shared_ptr<BluezPeripheral> lost;
     {
@@ -522,11 +451,12 @@ class BluezWorker : public QObject {
     if (lost) delegate_->centralManagerDidDisconnectPeripheral(*central_, lost);
   }
   void onPropertiesChanged(const QDBusMessage& message) {
-    if (message.signature() != QLatin1String("sa{sv}as")) return;
-    const QString path = message.path();
-    const QString interface = message.arguments().value(0).toString();
-    const QVariantMap changed = wellTyped(qdbus_cast<QVariantMap>(message.arguments().value(1)));
-    const QStringList invalidated = message.arguments().value(2).toStringList();
+    const std::optional<bluez::ChangedProperties> signal = bluez::propertiesChangedFrom(message);
+    if (!signal) return;
+    const QString& path = signal->path;
+    const QString& interface = signal->interface;
+    const QVariantMap& changed = signal->changed;
+    const QStringList& invalidated = signal->invalidated;
     enum class Then { Nothing, State, Connected, Disconnected, Value } then = Then::Nothing;
     bool discovered = false;
     bool servicesMayBeReady = false;
@@ -610,27 +540,12 @@ class BluezWorker : public QObject {
     auto* watcher = new QDBusPendingCallWatcher(bus_->asyncCall(message), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* w) {
       w->deleteLater();
-      const QDBusMessage reply = w->reply();
-      QMap<QString, Interfaces> objects;
-      const bool ok = reply.type() == QDBusMessage::ReplyMessage &&
-                      reply.signature() == QLatin1String("a{oa{sa{sv}}}");
-      if (ok) {
-        const QDBusArgument arg = reply.arguments().value(0).value<QDBusArgument>();
-        arg.beginMap();
-        while (!arg.atEnd()) {
-          QDBusObjectPath path;
-          arg.beginMapEntry();
-          arg >> path;
-          objects.insert(path.path(), readInterfaces(arg));
-          arg.endMapEntry();
-        }
-        arg.endMap();
-      }
+      const std::optional<bluez::ObjectTree> objects = bluez::managedObjectsFromReply(w->reply());
       {
         std::lock_guard lock(shared_->mutex);
         // A malformed answer leaves BlueZ counted as absent.
-        shared_->present = ok;
-        shared_->objects = objects;
+        shared_->present = objects.has_value();
+        shared_->objects = objects.value_or(bluez::ObjectTree());
       }
       reportState();
     });
