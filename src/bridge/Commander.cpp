@@ -7,6 +7,7 @@
 #include <QStandardPaths>
 #include <QStringDecoder>
 
+#include "bridge/PhotoshopSettings.h"
 #include "bridge/ShellRunner.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
@@ -15,7 +16,7 @@ namespace tw {
 
 namespace {
 
-const QByteArray kWarnRunningScripts = QByteArrayLiteral("WarnRunningScripts 0");
+const QByteArray kWarnRunningScripts(kWarnRunningScriptsLine);
 
 // The found-flags are unset only before the first scan; every reader scans first.
 bool requireFlag(const std::optional<bool>& flag) {
@@ -42,29 +43,6 @@ ColorStruct unshared(const ColorStruct& color) {
 
 // The component as plain decimal text: "0", "7", "128", "255".
 QString component(qint64 value) { return QString::number(value); }
-
-// The settings file's text with "WarnRunningScripts 0" added, or nothing when a
-// line already holds it. Blank lines are dropped, every kept line ends with a
-// line feed and the added one has none.
-//
-// The file is handled as bytes rather than decoded text: splitting at line
-// feeds and searching for an ASCII line give the same result on valid UTF-8,
-// and a file with other bytes (a comment saved in a legacy encoding) is patched
-// with those bytes kept exactly, instead of stopping every start or mangling
-// the user's lines.
-std::optional<QByteArray> patchedSettings(const QByteArray& original) {
-  QByteArray text;
-  bool present = false;
-  for (const QByteArray& piece : original.split('\n')) {
-    if (piece.isEmpty()) continue;
-    text += piece;
-    text += '\n';
-    if (piece.contains(kWarnRunningScripts)) present = true;
-  }
-  if (present) return std::nullopt;
-  text += kWarnRunningScripts;
-  return text;
-}
 
 void writeSettingsOrStop(const QString& path, const QByteArray& text) {
   QSaveFile file(path);
@@ -141,7 +119,7 @@ void Commander::patchPhotoshopSettings(int version) {
         fatalStop(("cannot read " + path + ": " + file.errorString()).toStdString());
       }
       file.close();
-      const std::optional<QByteArray> patched = patchedSettings(original);
+      const std::optional<QByteArray> patched = patchedPhotoshopSettings(original);
       if (!patched) return;
       writeSettingsOrStop(path, *patched);
     }

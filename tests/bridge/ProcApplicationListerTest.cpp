@@ -106,5 +106,31 @@ TEST(ProcApplicationLister, ProcessWithoutACommandLineIsSkipped) {
   EXPECT_FALSE(ProcApplicationLister::readProcess(zombie));
 }
 
+// The literal's bytes, inner NULs included.
+template <std::size_t N>
+QByteArray bytesOf(const char (&text)[N]) {
+  return QByteArray(text, N - 1);
+}
+
+TEST(ProcApplicationLister, CommandLineGivesArgvZeroUpToItsNul) {
+  const auto application =
+      ProcApplicationLister::applicationFromCommandLine(bytesOf("C:\\Adobe\\Photoshop.exe\0-x\0"));
+  ASSERT_TRUE(application);
+  EXPECT_EQ(application->localizedName, "Photoshop.exe");
+  EXPECT_EQ(application->bundleURL, "C:\\Adobe\\Photoshop.exe");
+}
+
+TEST(ProcApplicationLister, EmptyCommandLineGivesNoApplication) {
+  EXPECT_FALSE(ProcApplicationLister::applicationFromCommandLine(QByteArray()));
+}
+
+TEST(ProcApplicationLister, CommandLineStartingWithNulGivesAnEmptyName) {
+  const auto application =
+      ProcApplicationLister::applicationFromCommandLine(bytesOf("\0/usr/bin/x"));
+  ASSERT_TRUE(application);
+  EXPECT_EQ(application->localizedName, QString());
+  EXPECT_EQ(application->bundleURL, QString());
+}
+
 }  // namespace
 }  // namespace tw

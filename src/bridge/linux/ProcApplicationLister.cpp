@@ -42,7 +42,13 @@ std::optional<RunningApplication> ProcApplicationLister::readProcess(qint64 pid)
   QFile file(QStringLiteral("/proc/%1/cmdline").arg(pid));
   if (!file.open(QIODevice::ReadOnly)) return std::nullopt;
   const QByteArray commandLine = file.readAll();
-  if (file.error() != QFileDevice::NoError || commandLine.isEmpty()) return std::nullopt;
+  if (file.error() != QFileDevice::NoError) return std::nullopt;
+  return applicationFromCommandLine(commandLine);
+}
+
+std::optional<RunningApplication> ProcApplicationLister::applicationFromCommandLine(
+    const QByteArray& commandLine) {
+  if (commandLine.isEmpty()) return std::nullopt;
   const qsizetype end = commandLine.indexOf('\0');
   const QString argv0 = QFile::decodeName(end < 0 ? commandLine : commandLine.left(end));
   const qsizetype slash =

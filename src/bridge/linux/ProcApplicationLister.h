@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QtGlobal>
 #include <functional>
 #include <optional>
@@ -27,6 +28,10 @@ class ProcApplicationLister : public ApplicationLister {
   // The application behind one process id; absent when its command line cannot
   // be read or is empty.
   static std::optional<RunningApplication> readProcess(qint64 pid);
+  // The application a /proc/<pid>/cmdline text names (NUL-separated words,
+  // argv[0] first); absent when the text is empty.
+  static std::optional<RunningApplication> applicationFromCommandLine(
+      const QByteArray& commandLine);
 
  private:
   PidSource pids_;
