@@ -110,6 +110,6 @@ deb: deps
 	cd $(PKG_BUILD) && cpack -G DEB
 
 # That package installed with apt into a freshly bootstrapped Debian 12 and run
-# there (tools/deb_check.sh; root and the Debian mirror; about a minute).
+# there (tools/deb_check.sh; root and the Debian mirror; one to two minutes).
 deb-check: deb
 	$(SUDO) tools/deb_check.sh $(PKG_BUILD)
