@@ -15,6 +15,9 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
   openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr \
   man-db groff-base dpkg-dev debootstrap mount
 
+# make fuzz: clang with libFuzzer and its symbolizer; libdbus for the D-Bus target.
+DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev
+
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 .PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench startup-bench format format-check clean
@@ -97,6 +100,18 @@ screenshots: build
 .PHONY: demo
 demo: build
 	tools/demo.sh $(BUILD)
+
+# libFuzzer over every parser of outside input, built with clang in build-fuzz/
+# (fuzz/run.sh): each target runs FUZZ_SECONDS against a copy of its committed
+# corpus, two at a time, and any crash, leak, timeout or broken property fails.
+FUZZ_SECONDS ?= 60
+.PHONY: fuzz
+fuzz: deps
+	cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 \
+	  -DTINTWELL_SANITIZE=address,undefined -DTINTWELL_BUILD_FUZZ=ON -DTINTWELL_BUILD_TESTS=OFF \
+	  -DTINTWELL_BUILD_BENCH=OFF
+	cmake --build build-fuzz -j $(JOBS) --target fuzzers
+	FUZZ_JOBS=2 fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
 
 # The Debian package, from a Release build of the application alone in
 # build-pkg/ (left there as tintwell_<version>_amd64.deb).
