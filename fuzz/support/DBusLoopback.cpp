@@ -59,14 +59,6 @@ DBusLoopback::DBusLoopback(const QList<SignalName>& signalNames) : signalNames_(
   }
 }
 
-DBusLoopback::~DBusLoopback() {
-  if (client_ != nullptr) {
-    dbus_connection_close(client_);
-    dbus_connection_unref(client_);
-  }
-  if (peer_) QDBusConnection::disconnectFromPeer(peer_->name());
-}
-
 void DBusLoopback::onSignal(const QDBusMessage& message) {
   if (message.interface() == QLatin1String(kInterface) &&
       message.member() == QLatin1String(kSentinel) && message.path() == QLatin1String("/")) {

@@ -19,7 +19,8 @@ namespace tw::testing {
 // libdbus crosses the socket as wire bytes and comes out of QtDBus's own
 // demarshalling, exactly as a message from BlueZ would (signals through signal
 // hooks, replies through a pending call). Needs a QCoreApplication; main thread
-// only.
+// only. Make it once, with new, and keep it to the end of the process: QtDBus's
+// own thread may still refer to it while a connection closes.
 class DBusLoopback : public QObject {
   Q_OBJECT
  public:
@@ -29,7 +30,6 @@ class DBusLoopback : public QObject {
     QString member;
   };
   explicit DBusLoopback(const QList<SignalName>& signalNames);
-  ~DBusLoopback() override;
   DBusLoopback(const DBusLoopback&) = delete;
   DBusLoopback& operator=(const DBusLoopback&) = delete;
 

@@ -20,10 +20,11 @@ using tw::testing::DBusLoopback;
 
 DBusLoopback& loopback() {
   testing::penTestApp();
-  static DBusLoopback l(
+  // Kept to the end of the process (see DBusLoopback).
+  static DBusLoopback* l = new DBusLoopback(
       {{QStringLiteral("org.freedesktop.DBus.ObjectManager"), QStringLiteral("InterfacesAdded")},
        {QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("PropertiesChanged")}});
-  return l;
+  return *l;
 }
 
 // Appends "key": variant of `type` holding `value` to an open a{sv}.
