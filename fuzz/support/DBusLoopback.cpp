@@ -106,7 +106,13 @@ QDBusMessage DBusLoopback::deliverReply(
   const QDeadlineTimer deadline(kHangMs);
   DBusMessage* call = nullptr;
   while (call == nullptr) {
-    if (deadline.hasExpired()) hang("the call never reached the client");
+    if (deadline.hasExpired()) {
+      // Say what the Qt side knows: a call it failed to send ends at once.
+      std::fprintf(stderr, "DBusLoopback: peer connected %d, call finished %d, error %s\n",
+                   int(peer_->isConnected()), int(watcher.isFinished()),
+                   qPrintable(watcher.error().message()));
+      hang("the call never reached the client");
+    }
     dbus_connection_read_write(client_, 1);
     call = dbus_connection_pop_message(client_);
     if (call != nullptr && !dbus_message_is_method_call(call, kInterface, kAsk)) {
