@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QIcon>
-#include <QPixmapCache>
 #include <QTimer>
 
 #include "app/AppDelegate.h"
@@ -26,11 +25,6 @@ PanelParts desktopPanelParts() {
 
 int runDesktopApplication(int argc, char** argv) {
   QApplication app(argc, argv);
-  // The crown button gets a new icon with every colour, and Qt's icon engine
-  // keeps each pixmap it draws in the process-wide pixmap cache (10 MiB by
-  // default) until that is full: a stream of pen colours would fill it. The
-  // panel's own icons and style need a small part of this.
-  QPixmapCache::setCacheLimit(2048);  // KiB
   QApplication::setApplicationName(QStringLiteral("Tintwell"));
   QApplication::setDesktopFileName(QStringLiteral("org.orlo.Tintwell"));
   // Quitting is the delegate's: closing the panel for a screen pick must not

@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 #include <QWindow>
 
+#include "app/desktop/UncachedPixmapIcon.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/ClearWindow.h"
 #include "color/picker/DropperCursor.h"
@@ -263,7 +264,7 @@ void ViewController_plus::showColor(const ColorStruct& color) {
   if (!crown || crown->pixmap().isNull()) fatalStop("the crown image is missing");
   if (!crownBtn || !hexInfo) fatalStop("a colour control of the panel is missing");
   crown->setPixmap(tintedImage(crown->pixmap(), color.color));
-  crownBtn->setIcon(QIcon(tintedImage(crown->pixmap(), color.color)));
+  crownBtn->setIcon(uncachedPixmapIcon(tintedImage(crown->pixmap(), color.color)));
   hexInfo->setText(QStringLiteral("#") + color.colorHex);
 }
 
