@@ -1,0 +1,763 @@
+// A long scripted session of the desktop application with faults injected,
+// run at a small time scale so that a day of its timers passes in minutes:
+// the real `tintwell` on a private Xvfb, the fake BlueZ on a private system
+// bus, a local HTTPS telemetry server that fails every third request, and a
+// process named like Photoshop so that every colour is pushed.
+//
+// During the run the pen sends a new colour every 20 ms; every few seconds the
+// link is upset in turn by the pen dropping (then Bluetooth off and on, which
+// is how the pen comes back), by Bluetooth switched off and on while connected,
+// and by BlueZ leaving the bus and returning; now and then a dropper pick is
+// made on a screen of a new colour. At the end the server stops failing and the
+// application is asked to quit (SIGTERM, through the quit handshake).
+//
+// The report (standard output, and the file named by --report) says whether
+// the application stayed up and responsive, how its resident memory moved, how
+// often the pen came back, and where every counted colour went: in exactly one
+// accepted post, or lost by one of the application's two deliberate rules
+// (a successful post renews the record, dropping what was counted while it
+// was out; every return of the panel after a pick starts fresh records). Any
+// colour lost otherwise, posted twice or never received is a failure.
+//
+//   desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]
+//     H: hours of the application's timers to run (default 24)
+//     S: TINTWELL_TIME_SCALE (default 0.005, so 24 hours take 7.2 minutes)
+//     --memory report-only: the resident size is reported but not judged (a
+//       sanitizer's own bookkeeping grows with the run)
+// Exit status 0 when every check holds.
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "color/x11/XvfbServer.h"
+#include "common/BridgeSandbox.h"
+#include "pen/BusFixture.h"
+#include "telemetry/TelemetryTestServer.h"
+
+namespace tw::soak {
+namespace {
+
+const QString kPenAddress = QStringLiteral("AA:BB:CC:DD:EE:02");
+const QString kPhotoshop =
+    QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
+constexpr int kStartUpColour = 0xFAFAFA;
+constexpr int kFirstPickColour = 0xC00000;  // picks count up from here; pen colours from 1
+constexpr int kColourIntervalMs = 20;       // 50 Hz
+constexpr int kLinkEventIntervalMs = 5000;
+constexpr int kPickIntervalMs = 29000;
+constexpr int kMemoryIntervalMs = 5000;
+constexpr int kStallMs = 15000;  // no sign of life for this long is a hang
+
+// One colour the application handled, as its lines show it: a pen colour is
+// printed when decoded and again once handled (its count falls between the
+// two); a screen or start-up colour is printed once, on the main thread, right
+// after its count.
+struct Handled {
+  int colour = 0;
+  qint64 first = 0;  // line numbers
+  qint64 last = 0;
+  bool complete = false;
+};
+
+// One post of the records: from "Internet Connection Available!" (before the
+// lists are closed) to the colour post's "API 完成" line when it succeeded.
+struct Send {
+  qint64 start = 0;
+  std::optional<qint64> colourSucceeded;
+};
+
+struct LinkEvent {
+  QString kind;
+  qint64 atMs = 0;
+  int connectionsBefore = 0;
+  std::optional<qint64> reconnectedAfterMs;
+};
+
+bool isHexColour(const QString& line) {
+  static const QRegularExpression hex(QStringLiteral("^[0-9A-F]{6}$"));
+  return hex.match(line).hasMatch();
+}
+
+class Soak : public QObject {
+ public:
+  Soak(double hours, double scale, QString reportPath, bool judgeMemory)
+      : hours_(hours),
+        scale_(scale),
+        reportPath_(std::move(reportPath)),
+        judgeMemory_(judgeMemory) {}
+
+  int run() {
+    if (!setUp()) return finishWith(false);
+    clock_.start();
+    QTimer::singleShot(0, this, [this] { tick(); });
+    const int code = QCoreApplication::exec();
+    return code;
+  }
+
+ private:
+  // Set-up: the X server, the bus, the pen, the server, "Photoshop", then the
+  // application; the run starts once the pen is connected and notifying.
+  bool setUp() {
+    if (!xvfb_.isRunning() || !home_.isValid() || !runtime_.isValid())
+      return fail(QStringLiteral("set-up: Xvfb, the sandbox or the runtime folder failed"));
+    fake_ = std::make_unique<testing::FakeBluez>(
+        bus_.address(), QStringList{QStringLiteral("--pen"), QStringLiteral("QUILLA-Pen 02"),
+                                    QStringLiteral("--interval-ms"), QStringLiteral("0")});
+    if (!fake_->ready()) return fail(QStringLiteral("set-up: the fake BlueZ did not start"));
+    server_ = std::make_unique<testing::TelemetryTestServer>(certificates_);
+    server_->command(QStringLiteral("fail-every 3"));
+
+    testing::endWithParent(photoshop_);
+    photoshop_.start(
+        QStringLiteral("/bin/bash"),
+        {QStringLiteral("-c"), QStringLiteral("exec -a '%1' sleep 100000").arg(kPhotoshop)});
+    photoshop_.waitForStarted();
+
+    QProcessEnvironment env = xvfb_.environment();
+    home_.applyTo(env);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime_.path());
+    env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), bus_.address());
+    env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), server_->baseUrl());
+    env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates_.caPath());
+    env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QString::number(scale_));
+    app_.setProcessEnvironment(env);
+    testing::endWithParent(app_);
+    connect(&app_, &QProcess::readyReadStandardOutput, this, &Soak::readLines);
+    connect(&app_, &QProcess::readyReadStandardError, this,
+            [this] { stderr_ += app_.readAllStandardError(); });
+    app_.start(qEnvironmentVariable("TINTWELL_BIN", QStringLiteral(TINTWELL_BIN_DEFAULT)), {});
+    if (!app_.waitForStarted()) return fail(QStringLiteral("set-up: tintwell did not start"));
+    pid_ = app_.processId();
+    QElapsedTimer waited;
+    waited.start();
+    const QString notifyOn = QStringLiteral("StartNotify ") + kPenAddress + QStringLiteral(" 1F16");
+    while (connections_ == 0 || !fake_->calls().contains(notifyOn)) {
+      if (waited.hasExpired(20000)) return fail(QStringLiteral("set-up: the pen never connected"));
+      app_.waitForReadyRead(50);
+      readLines();
+    }
+    return true;
+  }
+
+  static QByteArray packet(int colour) {
+    const char bytes[] = {1, char(colour >> 16), char(colour >> 8), char(colour)};
+    return QByteArray(bytes, 4);
+  }
+
+  // The driver's loop, every 20 ms: a pen colour, then whatever is due.
+  void tick() {
+    const qint64 now = clock_.elapsed();
+    if (app_.state() == QProcess::NotRunning) {
+      fail(QStringLiteral("tintwell ended during the run (exit status %1)").arg(app_.exitCode()));
+      return wrapUp();
+    }
+    if (now - lastLineMs_ > kStallMs) {
+      fail(QStringLiteral("tintwell printed nothing for %1 s while the pen sent colours")
+               .arg(kStallMs / 1000));
+      return wrapUp();
+    }
+    if (now >= durationMs()) return quitApplication();
+
+    ++attempts_;
+    const int colour = nextPenColour_;
+    if (fake_->sendColor(kPenAddress, packet(colour))) {
+      sent_.push_back(colour);
+      ++nextPenColour_;
+    }
+    driveLink(now);
+    drivePick(now);
+    if (now >= nextMemoryMs_) {
+      sampleMemory(now);
+      collectPosts();  // keeps the server's event list short
+      nextMemoryMs_ = now + kMemoryIntervalMs;
+    }
+    const qint64 spent = clock_.elapsed() - now;
+    QTimer::singleShot(std::max<qint64>(0, kColourIntervalMs - spent), this, [this] { tick(); });
+  }
+
+  qint64 durationMs() const { return static_cast<qint64>(hours_ * 3600.0 * 1000.0 * scale_); }
+
+  // The link: one upset every five seconds, in turn, each waited out until the
+  // pen is connected again.
+  void driveLink(qint64 now) {
+    if (!links_.empty() && !links_.back().reconnectedAfterMs) {
+      LinkEvent& event = links_.back();
+      if (connections_ > event.connectionsBefore && (pendingPowerOnMs_ || pendingBluezMs_)) {
+        fail(QStringLiteral("the pen came back on its own after: %1").arg(event.kind));
+        return wrapUp();
+      }
+      if (connections_ > event.connectionsBefore) {
+        event.reconnectedAfterMs = now - event.atMs;
+        nextLinkMs_ = now + kLinkEventIntervalMs;
+      } else if (now - event.atMs > kStallMs) {
+        fail(QStringLiteral("the pen did not come back within %1 s after: %2")
+                 .arg(kStallMs / 1000)
+                 .arg(event.kind));
+        return wrapUp();
+      }
+      if (pendingPowerOnMs_ && now >= *pendingPowerOnMs_) {
+        pendingPowerOnMs_.reset();
+        powerCycle();
+      }
+      if (pendingBluezMs_ && now >= *pendingBluezMs_) {
+        pendingBluezMs_.reset();
+        fake_->call(QStringLiteral("AcquireBluez"));
+      }
+      return;
+    }
+    // None so late that the pen could not be back before the run ends.
+    if (now < nextLinkMs_ || now + 3000 > durationMs()) return;
+    LinkEvent event;
+    event.atMs = now;
+    event.connectionsBefore = connections_;
+    switch (links_.size() % 3) {
+      case 0:  // the pen drops; a second later Bluetooth is switched off and on
+        event.kind = QStringLiteral("pen dropped, then Bluetooth off and on");
+        fake_->call(QStringLiteral("Disconnect"), {kPenAddress});
+        pendingPowerOnMs_ = now + 1000;
+        break;
+      case 1:
+        event.kind = QStringLiteral("Bluetooth off and on");
+        powerCycle();
+        break;
+      default:  // bluetoothd restarting: its links drop and its name goes
+        event.kind = QStringLiteral("BlueZ restarted");
+        fake_->call(QStringLiteral("Disconnect"), {kPenAddress});
+        fake_->call(QStringLiteral("ReleaseBluez"));
+        pendingBluezMs_ = now + 300;
+        break;
+    }
+    links_.push_back(event);
+  }
+
+  void powerCycle() {
+    fake_->call(QStringLiteral("SetPowered"), {QStringLiteral("hci0"), false});
+    fake_->call(QStringLiteral("SetPowered"), {QStringLiteral("hci0"), true});
+  }
+
+  // A dropper pick: a new root colour, Ctrl+D on the panel, a click far from
+  // it, and the picked colour's line.
+  void drivePick(qint64 now) {
+    if (pickState_ == PickState::Idle) {
+      if (now < nextPickMs_) return;
+      const int colour = kFirstPickColour + picksStarted_;
+      xvfb_.run(
+          QStringLiteral("xsetroot"),
+          {QStringLiteral("-solid"), QStringLiteral("#%1").arg(colour, 6, 16, QLatin1Char('0'))});
+      const QString window =
+          QString::fromLatin1(xvfb_
+                                  .run(QStringLiteral("xdotool"),
+                                       {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                        QStringLiteral("--name"), QStringLiteral("^Tintwell$")})
+                                  .trimmed()
+                                  .split('\n')
+                                  .value(0));
+      if (window.isEmpty()) {
+        nextPickMs_ = now + 500;  // the panel is away (a pick is still ending)
+        return;
+      }
+      armedLinesBefore_ = cursorChanged_;
+      xvfb_.run(QStringLiteral("xdotool"),
+                {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+      xvfb_.run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+d")});
+      pickState_ = PickState::Armed;
+      pickSinceMs_ = now;
+      ++picksStarted_;
+      return;
+    }
+    if (pickState_ == PickState::Armed && cursorChanged_ > armedLinesBefore_) {
+      xvfb_.run(QStringLiteral("xdotool"),
+                {QStringLiteral("mousemove"), QStringLiteral("900"), QStringLiteral("700"),
+                 QStringLiteral("click"), QStringLiteral("1")});
+      pickState_ = PickState::Clicked;
+      pickSinceMs_ = now;
+      return;
+    }
+    if (pickState_ == PickState::Clicked && pickedColours_ == picksStarted_) {
+      pickTimesMs_.push_back(now - pickSinceMs_);
+      pickState_ = PickState::Idle;
+      nextPickMs_ = now + kPickIntervalMs;
+      return;
+    }
+    if (now - pickSinceMs_ > kStallMs) {
+      fail(QStringLiteral("a dropper pick did not complete within %1 s").arg(kStallMs / 1000));
+      wrapUp();
+    }
+  }
+
+  void sampleMemory(qint64 now) {
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid_));
+    if (!status.open(QIODevice::ReadOnly)) return;
+    for (const QByteArray& line : status.readAll().split('\n'))
+      if (line.startsWith("VmRSS:"))
+        memory_.push_back({now, line.mid(6).trimmed().split(' ').value(0).toLongLong()});
+  }
+
+  void readLines() {
+    while (app_.canReadLine()) {
+      QString line = QString::fromUtf8(app_.readLine());
+      line.chop(1);
+      handleLine(line);
+    }
+  }
+
+  void handleLine(const QString& line) {
+    const qint64 n = ++lineCount_;
+    lastLineMs_ = clock_.isValid() ? clock_.elapsed() : 0;
+    if (isHexColour(line)) {
+      const int colour = line.toInt(nullptr, 16);
+      const bool fromPen = colour >= 1 && colour < kFirstPickColour;
+      if (fromPen) {
+        auto [it, inserted] = penIndex_.try_emplace(colour, handled_.size());
+        if (inserted) {
+          handled_.push_back({colour, n, n, false});
+        } else {
+          Handled& h = handled_[it->second];
+          if (h.complete) ++repeatedPenLines_;
+          h.last = n;
+          h.complete = true;
+        }
+      } else {
+        handled_.push_back({colour, n, n, true});
+        if (colour == kStartUpColour && ++startUpLines_ > 1) reappearances_.push_back(n);
+        if (colour >= kFirstPickColour && colour < kStartUpColour) ++pickedColours_;
+      }
+      return;
+    }
+    if (line == QLatin1String("Internet Connection Available!")) {
+      sends_.push_back({n, std::nullopt});
+    } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
+      if (!sends_.empty() && !sends_.back().colourSucceeded) sends_.back().colourSucceeded = n;
+    } else if (line.startsWith(QLatin1String("error "))) {
+      ++transportErrors_;
+    } else if (line == QLatin1String("Log Timer is trigger")) {
+      ++ticks_;
+    } else if (line.startsWith(QLatin1String("Batter Level: "))) {
+      ++batteryReads_;
+    } else if (line == QLatin1String("connected hihi")) {
+      ++connections_;
+    } else if (line == QLatin1String("cursor changed")) {
+      ++cursorChanged_;
+    } else if (line == QLatin1String("Final bye bye ~")) {
+      sawFarewell_ = true;
+    }
+  }
+
+  void collectPosts() {
+    for (const testing::ServerEvent& e : server_->takeEvents()) {
+      if (e.event != QLatin1String("request")) continue;
+      ++requests_;
+      if (!e.answeredOk()) ++failedRequests_;
+      if (e.path != QLatin1String("/api/color_usage")) continue;
+      const QJsonObject body = QJsonDocument::fromJson(e.body).object();
+      for (const char* kind : {"device", "screen"}) {
+        QString list = body.value(QStringLiteral("colors_") + QLatin1String(kind)).toString();
+        list.remove(u'[').remove(u']');
+        const QStringList entries = list.split(u',', Qt::SkipEmptyParts);
+        if (entries.size() !=
+            body.value(QStringLiteral("counter_") + QLatin1String(kind)).toInteger())
+          ++inconsistentBodies_;
+        if (!e.answeredOk()) continue;
+        for (const QString& entry : entries) ++delivered_[entry.mid(1).toInt(nullptr, 16)];
+      }
+    }
+  }
+
+  void quitApplication() {
+    if (quitting_) return;
+    quitting_ = true;
+    runMs_ = clock_.elapsed();
+    sampleMemory(runMs_);
+    // The pen stops; once every colour it sent has been handled (at most 30 s)
+    // the last posts are let through, so every colour still counted can be
+    // found, and the application is asked to quit.
+    QElapsedTimer drained;
+    drained.start();
+    while (unhandled() > 0 && !drained.hasExpired(30000)) {
+      app_.waitForReadyRead(100);
+      readLines();
+    }
+    server_->command(QStringLiteral("fail-every 0"));
+    QTimer::singleShot(500, this, [this] {
+      ::kill(static_cast<pid_t>(pid_), SIGTERM);
+      QElapsedTimer waited;
+      waited.start();
+      if (!app_.waitForFinished(60000))
+        fail(QStringLiteral("tintwell did not end within 60 s of SIGTERM"));
+      quitMs_ = waited.elapsed();
+      readLines();
+      wrapUp();
+    });
+  }
+
+  // Where each counted colour went.
+  void account() {
+    // Every send made two requests; the server reports each a moment after
+    // the application has its answer.
+    QElapsedTimer waited;
+    waited.start();
+    collectPosts();
+    while (requests_ < 2 * static_cast<int>(sends_.size()) && !waited.hasExpired(10000)) {
+      server_->waitForRequests(1, 200);
+      collectPosts();
+    }
+    // Every handled colour but the very first (the start-up colour) was
+    // counted: each differs from the one before it.
+    if (handled_.empty() || handled_.front().colour != kStartUpColour)
+      fail(QStringLiteral("the first colour handled was not the start-up colour"));
+    std::map<int, std::vector<const Handled*>> counted;
+    for (size_t i = 1; i < handled_.size(); ++i)
+      counted[handled_[i].colour].push_back(&handled_[i]);
+    for (const auto& [colour, times] : delivered_)
+      if (!counted.count(colour)) ++deliveredNeverCounted_;
+
+    for (const auto& [colour, occurrences] : counted) {
+      const int got = delivered_.count(colour) ? delivered_.at(colour) : 0;
+      const int expected = static_cast<int>(occurrences.size());
+      if (got > expected) {
+        postedTwice_ += got - expected;
+        continue;
+      }
+      deliveredOnce_ += got;
+      int missing = expected - got;
+      // The missing ones must each sit in a loss window; take the occurrences
+      // that do, latest first, as the ones lost.
+      int renewal = 0, reappearance = 0;
+      for (auto it = occurrences.rbegin(); it != occurrences.rend() && missing > 0; ++it) {
+        const Handled& h = **it;
+        if (!h.complete) continue;
+        if (inRenewalWindow(h)) {
+          ++renewal;
+          --missing;
+        } else if (beforeReappearanceUnsent(h)) {
+          ++reappearance;
+          --missing;
+        }
+      }
+      lostToRenewal_ += renewal;
+      lostToReappearance_ += reappearance;
+      unexplained_ += missing;
+      if (missing > 0 && unexplainedExamples_.size() < 10)
+        unexplainedExamples_ << QStringLiteral("#%1").arg(colour, 6, 16, QLatin1Char('0'));
+    }
+    neverHandled_ = unhandled();
+  }
+
+  int unhandled() const {
+    int n = 0;
+    for (int colour : sent_)
+      n += !penIndex_.count(colour) || !handled_[penIndex_.at(colour)].complete;
+    return n;
+  }
+
+  // Counted while a successful colour post was out: between the send's start
+  // (before its lists were closed) and just after its "API 完成" line, after
+  // which the record is renewed (the next few lines cover the renewal itself).
+  bool inRenewalWindow(const Handled& h) const {
+    for (const Send& s : sends_)
+      if (s.colourSucceeded && h.first <= *s.colourSucceeded + 8 && h.last >= s.start) return true;
+    return false;
+  }
+
+  // Counted into records that a return of the panel replaced before any later
+  // send started.
+  bool beforeReappearanceUnsent(const Handled& h) const {
+    for (qint64 r : reappearances_) {
+      if (h.first >= r) continue;
+      bool sentBetween = false;
+      for (const Send& s : sends_)
+        if (s.start > h.last && s.start < r && s.colourSucceeded) sentBetween = true;
+      if (!sentBetween) return true;
+      return false;
+    }
+    return false;
+  }
+
+  void wrapUp() {
+    if (wrappedUp_) return;
+    wrappedUp_ = true;
+    if (app_.state() != QProcess::NotRunning) {
+      // Still running here means it hung: its threads' stacks say where.
+      QProcess gdb;
+      gdb.start(QStringLiteral("gdb"),
+                {QStringLiteral("-p"), QString::number(pid_), QStringLiteral("-batch"),
+                 QStringLiteral("-ex"), QStringLiteral("thread apply all bt")});
+      if (gdb.waitForFinished(60000)) stacks_ = QString::fromUtf8(gdb.readAllStandardOutput());
+      app_.kill();
+      app_.waitForFinished(5000);
+    }
+    photoshop_.kill();
+    photoshop_.waitForFinished(5000);
+    account();
+    report();
+    QCoreApplication::exit(ok() ? 0 : 1);
+  }
+
+  bool ok() const {
+    return failures_.isEmpty() && sawFarewell_ && app_.exitStatus() == QProcess::NormalExit &&
+           app_.exitCode() == 0 && unexplained_ == 0 && postedTwice_ == 0 &&
+           deliveredNeverCounted_ == 0 && neverHandled_ == 0 && inconsistentBodies_ == 0 &&
+           repeatedPenLines_ == 0 && (!judgeMemory_ || memoryFlat());
+  }
+
+  // Flat: over the second half of the run the resident size grew by less
+  // than 4 MiB (a leak of even 100 bytes a colour would show several times that).
+  bool memoryFlat() const {
+    if (memory_.size() < 4) return false;
+    return memoryGrowthSecondHalfKiB() < 4096;
+  }
+  qint64 memoryGrowthSecondHalfKiB() const {
+    const auto& mid = memory_[memory_.size() / 2];
+    qint64 peak = mid.second;
+    for (size_t i = memory_.size() / 2; i < memory_.size(); ++i)
+      peak = std::max(peak, memory_[i].second);
+    return peak - mid.second;
+  }
+
+  bool fail(const QString& why) {
+    failures_ << why;
+    return false;
+  }
+  int finishWith(bool good) {
+    report();
+    return good ? 0 : 1;
+  }
+
+  void report() {
+    QString r;
+    auto line = [&r](const QString& text) { r += text + u'\n'; };
+    const double timerHours = runMs_ / 1000.0 / scale_ / 3600.0;
+    line(QStringLiteral("# Desktop soak"));
+    line(QString());
+    line(QStringLiteral("- result: **%1**")
+             .arg(ok() ? QStringLiteral("pass") : QStringLiteral("FAIL")));
+    for (const QString& f : failures_) line(QStringLiteral("- failure: ") + f);
+    line(QStringLiteral("- time scale %1: %2 s of real time = %3 hours of the application's timers")
+             .arg(scale_)
+             .arg(runMs_ / 1000.0, 0, 'f', 1)
+             .arg(timerHours, 0, 'f', 2));
+    line(QStringLiteral("- telemetry ticks: %1 (%2 due, one per 600 s of timer time; the timer "
+                        "restarts with each return of the panel); battery reads: %3; sends (ticks "
+                        "with colours counted, and the quit): %4; requests: %5, of which "
+                        "answered with an error: %6; transport errors seen by the application: %7")
+             .arg(ticks_)
+             .arg(static_cast<qint64>(timerHours * 6))
+             .arg(batteryReads_)
+             .arg(sends_.size())
+             .arg(requests_)
+             .arg(failedRequests_)
+             .arg(transportErrors_));
+    line(QStringLiteral("- pen colours sent (50 Hz while notifying): %1 of %2 attempts; handled by "
+                        "the application: %3; never handled: %4")
+             .arg(sent_.size())
+             .arg(attempts_)
+             .arg(sent_.size() - neverHandled_)
+             .arg(neverHandled_));
+    line(QStringLiteral("- dropper picks: %1 completed of %2 started; click to picked colour: "
+                        "median %3 ms")
+             .arg(pickTimesMs_.size())
+             .arg(picksStarted_)
+             .arg(median(pickTimesMs_)));
+    int reconnected = 0;
+    std::vector<qint64> reconnectMs;
+    std::map<QString, std::pair<int, int>> byKind;
+    for (const LinkEvent& e : links_) {
+      ++byKind[e.kind].second;
+      if (e.reconnectedAfterMs) {
+        ++reconnected;
+        ++byKind[e.kind].first;
+        reconnectMs.push_back(*e.reconnectedAfterMs);
+      }
+    }
+    line(QStringLiteral("- link upsets: %1; the pen connected again after %2 of them (median %3 ms "
+                        "after the upset); connections in all: %4")
+             .arg(links_.size())
+             .arg(reconnected)
+             .arg(median(reconnectMs))
+             .arg(connections_));
+    for (const auto& [kind, counts] : byKind)
+      line(QStringLiteral("  - %1: %2 of %3").arg(kind).arg(counts.first).arg(counts.second));
+    line(QStringLiteral("- counted colours (every handled colour but the start-up one): %1")
+             .arg(handled_.empty() ? 0 : handled_.size() - 1));
+    line(QStringLiteral("  - in exactly one accepted post: %1").arg(deliveredOnce_));
+    line(QStringLiteral("  - lost while a successful post was out (the record is renewed on "
+                        "success): %1")
+             .arg(lostToRenewal_));
+    line(QStringLiteral("  - lost when the panel came back after a pick (fresh records): %1")
+             .arg(lostToReappearance_));
+    line(QStringLiteral("  - unaccounted for: %1 %2")
+             .arg(unexplained_)
+             .arg(unexplainedExamples_.join(u' ')));
+    line(QStringLiteral("  - accepted more than once: %1; accepted but never counted: %2; bodies "
+                        "whose count differs from their list: %3; pen colours handled twice: %4")
+             .arg(postedTwice_)
+             .arg(deliveredNeverCounted_)
+             .arg(inconsistentBodies_)
+             .arg(repeatedPenLines_));
+    if (!memory_.empty()) {
+      qint64 peak = 0;
+      for (const auto& m : memory_) peak = std::max(peak, m.second);
+      line(QStringLiteral("- resident memory (VmRSS, every %1 s): first %2 MiB, at mid-run %3 MiB, "
+                          "last %4 MiB, peak %5 MiB; growth over the second half %6 KiB (%7)")
+               .arg(kMemoryIntervalMs / 1000)
+               .arg(memory_.front().second / 1024.0, 0, 'f', 1)
+               .arg(memory_[memory_.size() / 2].second / 1024.0, 0, 'f', 1)
+               .arg(memory_.back().second / 1024.0, 0, 'f', 1)
+               .arg(peak / 1024.0, 0, 'f', 1)
+               .arg(memoryGrowthSecondHalfKiB())
+               .arg(!judgeMemory_  ? QStringLiteral("not judged")
+                    : memoryFlat() ? QStringLiteral("flat")
+                                   : QStringLiteral("NOT flat")));
+    }
+    if (!memory_.empty()) {
+      QStringList series;
+      qint64 nextMs = 0;
+      for (const auto& [ms, kib] : memory_) {
+        if (ms < nextMs) continue;
+        series << QString::number(kib / 1024.0, 'f', 1);
+        nextMs = ms + 60000;
+      }
+      line(QStringLiteral("  - VmRSS each minute of the run (MiB): ") +
+           series.join(QStringLiteral(", ")));
+    }
+    line(QStringLiteral("- quit (SIGTERM) to exit: %1 ms, exit status %2, \"Final bye bye ~\" %3")
+             .arg(quitMs_)
+             .arg(app_.exitStatus() == QProcess::NormalExit ? app_.exitCode() : -1)
+             .arg(sawFarewell_ ? QStringLiteral("printed") : QStringLiteral("MISSING")));
+    if (!stacks_.isEmpty())
+      line(QStringLiteral("- its threads when it hung:\n```\n") + stacks_ + QStringLiteral("```"));
+    if (!stderr_.isEmpty())
+      line(QStringLiteral("- tintwell's standard error: ") +
+           QString::fromUtf8(stderr_.right(2000)).trimmed());
+    std::fputs(r.toUtf8().constData(), stdout);
+    std::fflush(stdout);
+    if (!reportPath_.isEmpty()) {
+      QFile file(reportPath_);
+      if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) file.write(r.toUtf8());
+    }
+  }
+
+  static qint64 median(std::vector<qint64> v) {
+    if (v.empty()) return 0;
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+  }
+
+  double hours_;
+  double scale_;
+  QString reportPath_;
+  bool judgeMemory_;
+
+  testing::XvfbServer xvfb_{
+      {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")}};
+  testing::PrivateBus bus_;
+  testing::BridgeSandbox home_;
+  QTemporaryDir runtime_;
+  testing::TestCertificates certificates_;
+  std::unique_ptr<testing::FakeBluez> fake_;
+  std::unique_ptr<testing::TelemetryTestServer> server_;
+  QProcess photoshop_;
+  QProcess app_;
+  qint64 pid_ = 0;
+  QByteArray stderr_;
+  QString stacks_;
+  QElapsedTimer clock_;
+
+  // The driver's side.
+  int nextPenColour_ = 1;
+  qint64 attempts_ = 0;
+  std::vector<int> sent_;
+  std::vector<LinkEvent> links_;
+  qint64 nextLinkMs_ = kLinkEventIntervalMs;
+  std::optional<qint64> pendingPowerOnMs_;
+  std::optional<qint64> pendingBluezMs_;
+  enum class PickState { Idle, Armed, Clicked } pickState_ = PickState::Idle;
+  qint64 nextPickMs_ = kPickIntervalMs / 2;
+  qint64 pickSinceMs_ = 0;
+  int picksStarted_ = 0;
+  int armedLinesBefore_ = 0;
+  std::vector<qint64> pickTimesMs_;
+  qint64 nextMemoryMs_ = 0;
+  std::vector<std::pair<qint64, qint64>> memory_;  // (ms, KiB)
+  bool quitting_ = false;
+  bool wrappedUp_ = false;
+  qint64 runMs_ = 0;
+  qint64 quitMs_ = 0;
+  QStringList failures_;
+
+  // What the application printed.
+  qint64 lineCount_ = 0;
+  qint64 lastLineMs_ = 0;
+  std::vector<Handled> handled_;
+  std::map<int, size_t> penIndex_;
+  std::vector<qint64> reappearances_;
+  std::vector<Send> sends_;
+  int startUpLines_ = 0;
+  int pickedColours_ = 0;
+  int connections_ = 0;
+  int cursorChanged_ = 0;
+  int transportErrors_ = 0;
+  int ticks_ = 0;
+  int batteryReads_ = 0;
+  int repeatedPenLines_ = 0;
+  bool sawFarewell_ = false;
+
+  // What the server received, and the accounting.
+  std::map<int, int> delivered_;
+  int requests_ = 0;
+  int failedRequests_ = 0;
+  int inconsistentBodies_ = 0;
+  int deliveredOnce_ = 0;
+  int lostToRenewal_ = 0;
+  int lostToReappearance_ = 0;
+  int unexplained_ = 0;
+  QStringList unexplainedExamples_;
+  int postedTwice_ = 0;
+  int deliveredNeverCounted_ = 0;
+  int neverHandled_ = 0;
+};
+
+}  // namespace
+}  // namespace tw::soak
+
+int main(int argc, char** argv) {
+  QCoreApplication app(argc, argv);
+  double hours = 24;
+  double scale = 0.005;
+  QString report;
+  bool judgeMemory = true;
+  const QStringList args = QCoreApplication::arguments();
+  for (int i = 1; i + 1 < args.size(); i += 2) {
+    if (args[i] == QLatin1String("--hours"))
+      hours = args[i + 1].toDouble();
+    else if (args[i] == QLatin1String("--scale"))
+      scale = args[i + 1].toDouble();
+    else if (args[i] == QLatin1String("--report"))
+      report = args[i + 1];
+    else if (args[i] == QLatin1String("--memory"))
+      judgeMemory = args[i + 1] != QLatin1String("report-only");
+  }
+  if (hours <= 0 || scale <= 0) {
+    std::fputs(
+        "usage: desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]\n",
+        stderr);
+    return 2;
+  }
+  tw::soak::Soak soak(hours, scale, report, judgeMemory);
+  return soak.run();
+}
