@@ -1,13 +1,14 @@
 #pragma once
 
 #include <signal.h>
-#include <sys/prctl.h>
 #include <QByteArray>
 #include <QDeadlineTimer>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+
+#include "common/ChildProcess.h"
 
 namespace tw::testing {
 
@@ -19,7 +20,7 @@ class LineProcess {
   LineProcess(const QString& program, const QStringList& args, const QProcessEnvironment& env) {
     process_.setProcessEnvironment(env);
     process_.setProcessChannelMode(QProcess::SeparateChannels);
-    process_.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+    endWithParent(process_);
     process_.start(program, args);
     process_.waitForStarted();
   }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/prctl.h>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusReply>
@@ -12,13 +11,9 @@
 #include <csignal>
 #include <memory>
 
-namespace tw::testing {
+#include "common/ChildProcess.h"
 
-// A child that must not outlive the test process, even when it crashes or is
-// killed: the kernel sends SIGTERM when the parent goes.
-inline void endWithParent(QProcess& process) {
-  process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
-}
+namespace tw::testing {
 
 // A private dbus-daemon that calls itself a system bus.
 class PrivateBus {

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 
+#include "common/ChildProcess.h"
 #include "telemetry/TelemetryTestServer.h"
 
 namespace tw::testing {
@@ -21,6 +22,7 @@ class DriverProcess {
     QObject::connect(&process_, &QProcess::readyReadStandardOutput, [this] { readLines(); });
     QObject::connect(&process_, &QProcess::readyReadStandardError,
                      [this] { err_ += process_.readAllStandardError(); });
+    endWithParent(process_);
     process_.start(QStringLiteral(TW_TELEMETRY_DRIVER), QStringList{});
   }
   ~DriverProcess() {

@@ -19,6 +19,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/ChildProcess.h"
+
 namespace tw::testing {
 
 // Runs the event loop until `done` holds or `timeoutMs` passes; the result of
@@ -125,6 +127,7 @@ class TelemetryTestServer {
     process_.setArguments({QStringLiteral(TW_TELEMETRY_SERVER_SCRIPT), certificates.certPath(),
                            certificates.keyPath()});
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    endWithParent(process_);
     process_.start();
     if (!process_.waitForStarted(10000)) throw std::runtime_error("test server did not start");
     QDeadlineTimer deadline(20000);
