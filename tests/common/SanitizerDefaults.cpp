@@ -69,6 +69,13 @@ extern "C" const char* __tsan_default_suppressions() {
          "called_from_lib:libdbus-1.so\n"
          "called_from_lib:libQt6XcbQpa.so\n"
          "called_from_lib:libxcb.so\n"
+         // Qt's TLS plugin, which runs on Qt's network thread and on ours.
+         "called_from_lib:libqopensslbackend.so\n"
+         // OpenSSL counts references to its objects with atomics it was not
+         // built to show, so the last owner's free, on whichever of Qt's
+         // threads lets go last, looks unordered against the others' use.
+         "called_from_lib:libcrypto.so\n"
+         "called_from_lib:libssl.so\n"
          // Each function below frees or first uses memory that another thread
          // of its library allocated, under that library's own locking:
          // glibc's tzset guards its cached zone name with an internal lock.
