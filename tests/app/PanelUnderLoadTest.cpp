@@ -245,7 +245,7 @@ TEST(PanelUnderLoad, PenStreamsScreenPicksBatteryTimersAndPostsAtOnceLoseAndRepe
 
   // Every colour but the start-up one differs from the one before it, so each
   // was pushed into Photoshop once.
-  ASSERT_TRUE(waitFor([&] { return home.launches().size() >= penColours + picks; }));
+  ASSERT_TRUE(waitFor([&] { return home.launches().size() >= penColours + picks; }, 60000));
   EXPECT_EQ(home.launches().size(), penColours + picks);
 
   // The connection display followed the pen, and each connection showed the
