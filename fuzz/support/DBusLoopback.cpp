@@ -59,6 +59,29 @@ DBusLoopback::DBusLoopback(const QList<SignalName>& signalNames) : signalNames_(
   }
 }
 
+bool DBusLoopback::carries(DBusMessage* message) {
+  // A copy is marshalled: marshalling locks a message, and a locked one could
+  // no longer be given its serial when sent.
+  DBusMessage* copy = dbus_message_copy(message);
+  // Serial 0 is no message's: sending gives it one.
+  if (copy != nullptr && dbus_message_get_serial(copy) == 0) dbus_message_set_serial(copy, 1);
+  char* bytes = nullptr;
+  int length = 0;
+  const bool marshalled = copy != nullptr && dbus_message_marshal(copy, &bytes, &length);
+  if (copy != nullptr) dbus_message_unref(copy);
+  if (!marshalled) return false;
+  DBusError error;
+  dbus_error_init(&error);
+  DBusMessage* back = dbus_message_demarshal(bytes, length, &error);
+  dbus_free(bytes);
+  if (back == nullptr) {
+    dbus_error_free(&error);
+    return false;
+  }
+  dbus_message_unref(back);
+  return true;
+}
+
 void DBusLoopback::onSignal(const QDBusMessage& message) {
   if (message.interface() == QLatin1String(kInterface) &&
       message.member() == QLatin1String(kSentinel) && message.path() == QLatin1String("/")) {
@@ -91,7 +114,12 @@ std::optional<QDBusMessage> DBusLoopback::deliverSignal(DBusMessage* signal) {
   received_.clear();
   dbus_connection_send(client_, signal, nullptr);
   sendSentinel();
-  if (!waitForSentinel(kHangMs)) hang("no sentinel after a signal");
+  if (!waitForSentinel(kHangMs)) {
+    std::fprintf(stderr, "DBusLoopback: peer connected %d, client connected %d\n",
+                 int(peer_ && peer_->isConnected()),
+                 int(dbus_connection_get_is_connected(client_)));
+    hang("no sentinel after a signal");
+  }
   if (received_.isEmpty()) return std::nullopt;
   if (received_.size() > 1) hang("one signal sent, several received");
   return received_.takeFirst();

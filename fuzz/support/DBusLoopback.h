@@ -36,6 +36,12 @@ class DBusLoopback : public QObject {
   // Both ends are connected and the Qt side's signal hooks are in place.
   bool isReady() const { return ready_; }
 
+  // Whether D-Bus can carry `message` at all. libdbus builds some messages it
+  // then refuses to read (a body signature over 255 bytes wraps its length
+  // byte): a bus never delivers those, and the peer ends a connection that
+  // sends one. The message itself is left as it was.
+  static bool carries(DBusMessage* message);
+
   // Sends `signal` (a libdbus signal message, one of the names given at
   // creation) from the client and returns it as the Qt side received it;
   // nothing when QtDBus dropped it. Stops the process when the loop hangs.
