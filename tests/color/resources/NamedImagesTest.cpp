@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QFile>
+
 #include "color/picker/DropperCursor.h"
 
 namespace tw {
@@ -52,6 +54,20 @@ TEST(NamedImages, BatteryImagesFillMoreAsTheLevelRises) {
     EXPECT_GT(now, previous) << level;
     previous = now;
   }
+}
+
+// Start-up reads these images before the first paint; none of Qt's image
+// plugins (and the libraries behind them) should be loaded to do it.
+TEST(NamedImages, ReadingTheImagesLoadsNoImagePlugin) {
+  for (const QString& name : kNames) {
+    ASSERT_FALSE(namedImage(name, 1.0).isNull());
+    ASSERT_FALSE(namedImage(name, 2.0).isNull());
+  }
+  QFile maps(QStringLiteral("/proc/self/maps"));
+  ASSERT_TRUE(maps.open(QIODevice::ReadOnly));
+  const QByteArray mapped = maps.readAll();
+  ASSERT_TRUE(mapped.contains("libQt6Gui")) << "the map of this process was not read";
+  EXPECT_FALSE(mapped.contains("/imageformats/")) << mapped.toStdString();
 }
 
 TEST(NamedImages, DropperTipIsAtTheHotSpotAndItsBackgroundIsClear) {
