@@ -95,6 +95,27 @@ TEST(BluezProperties, WellTypedDropsDocumentedKeysOfAnotherTypeAndKeepsOtherKeys
   EXPECT_EQ(bytesProp(props, QStringLiteral("Value")), std::nullopt);
 }
 
+TEST(BluezProperties, EachReaderTakesOnlyItsOwnTypeWithoutConverting) {
+  const QVariantMap props{{QStringLiteral("bool"), true},
+                          {QStringLiteral("string"), QStringLiteral("QUILLA")},
+                          {QStringLiteral("list"), QStringList{QStringLiteral("1f1f")}},
+                          {QStringLiteral("bytes"), QByteArray("\x01\x02", 2)},
+                          {QStringLiteral("byte"), QVariant::fromValue<uchar>(7)},
+                          {QStringLiteral("int"), 7}};
+  EXPECT_EQ(boolProp(props, QStringLiteral("bool")), true);
+  EXPECT_EQ(stringProp(props, QStringLiteral("string")), QStringLiteral("QUILLA"));
+  EXPECT_EQ(stringListProp(props, QStringLiteral("list")), QStringList{QStringLiteral("1f1f")});
+  EXPECT_EQ(bytesProp(props, QStringLiteral("bytes")), QByteArray("\x01\x02", 2));
+  EXPECT_EQ(byteProp(props, QStringLiteral("byte")), 7);
+  // Values Qt could convert still read as absent (or empty).
+  EXPECT_EQ(boolProp(props, QStringLiteral("int")), std::nullopt);
+  EXPECT_EQ(stringProp(props, QStringLiteral("list")), std::nullopt);
+  EXPECT_EQ(stringListProp(props, QStringLiteral("string")), QStringList());
+  EXPECT_EQ(bytesProp(props, QStringLiteral("string")), std::nullopt);
+  EXPECT_EQ(byteProp(props, QStringLiteral("int")), std::nullopt);
+  EXPECT_EQ(byteProp(props, QStringLiteral("missing")), std::nullopt);
+}
+
 TEST(BluezProperties, OnlyDirectChildrenAreChildren) {
   const QString device = QStringLiteral("/org/bluez/hci0/dev_AA");
   EXPECT_TRUE(isChildOf(device + QStringLiteral("/service000a"), device));

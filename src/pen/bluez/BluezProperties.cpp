@@ -11,34 +11,36 @@
 
 namespace tw::pen::bluez {
 
-std::optional<bool> boolProp(const QVariantMap& props, const QString& key) {
+namespace {
+
+// The value under `key` when it holds exactly a T (no conversion).
+template <typename T>
+std::optional<T> typedProp(const QVariantMap& props, const QString& key) {
   const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::Bool) return std::nullopt;
-  return it->toBool();
+  if (it == props.constEnd() || it->metaType() != QMetaType::fromType<T>()) return std::nullopt;
+  return it->template value<T>();
+}
+
+}  // namespace
+
+std::optional<bool> boolProp(const QVariantMap& props, const QString& key) {
+  return typedProp<bool>(props, key);
 }
 
 std::optional<QString> stringProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::QString) return std::nullopt;
-  return it->toString();
+  return typedProp<QString>(props, key);
 }
 
 QStringList stringListProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::QStringList) return {};
-  return it->toStringList();
+  return typedProp<QStringList>(props, key).value_or(QStringList());
 }
 
 std::optional<QByteArray> bytesProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::QByteArray) return std::nullopt;
-  return it->toByteArray();
+  return typedProp<QByteArray>(props, key);
 }
 
 std::optional<quint8> byteProp(const QVariantMap& props, const QString& key) {
-  const auto it = props.constFind(key);
-  if (it == props.constEnd() || it->metaType().id() != QMetaType::UChar) return std::nullopt;
-  return static_cast<quint8>(it->value<uchar>());
+  return typedProp<quint8>(props, key);
 }
 
 bool isChildOf(const QString& path, const QString& parent) {
