@@ -46,6 +46,7 @@
 
 #include "color/x11/XvfbServer.h"
 #include "common/BridgeSandbox.h"
+#include "common/PostOverlap.h"
 #include "pen/BusFixture.h"
 #include "telemetry/TelemetryTestServer.h"
 
@@ -339,22 +340,12 @@ class Soak : public QObject {
       }
       return;
     }
-    // A post ends with one of three lines; only the success names its kind.
-    if (line == QStringLiteral(" API 開始 || Api Type : colorType")) {
-      if (postsOut_ > 0) ++overlappingSends_;
-      ++postsOut_;
-    } else if (line == QStringLiteral(" API 開始 || Api Type : appType")) {
-      ++postsOut_;
-    } else if (line.startsWith(QStringLiteral(" API 完成 || Api Type : ")) ||
-               line.startsWith(QLatin1String("statusCode should be 2xx, but is "))) {
-      --postsOut_;
-    }
+    posts_.read(line);
     if (line == QLatin1String("Internet Connection Available!")) {
       sends_.push_back({n, std::nullopt});
     } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
       if (!sends_.empty() && !sends_.back().colourSucceeded) sends_.back().colourSucceeded = n;
     } else if (line.startsWith(QLatin1String("error "))) {
-      --postsOut_;
       ++transportErrors_;
     } else if (line == QLatin1String("Log Timer is trigger")) {
       ++ticks_;
@@ -522,7 +513,7 @@ class Soak : public QObject {
   bool ok() const {
     return failures_.isEmpty() && sawFarewell_ && app_.exitStatus() == QProcess::NormalExit &&
            app_.exitCode() == 0 && unexplained_ == 0 &&
-           (postedTwice_ == 0 || overlappingSends_ > 0) && deliveredNeverCounted_ == 0 &&
+           (postedTwice_ == 0 || posts_.overlappingSends() > 0) && deliveredNeverCounted_ == 0 &&
            neverHandled_ == 0 && inconsistentBodies_ == 0 && repeatedPenLines_ == 0 &&
            (!judgeMemory_ || memoryFlat());
   }
@@ -623,7 +614,7 @@ class Soak : public QObject {
              .arg(deliveredNeverCounted_)
              .arg(inconsistentBodies_)
              .arg(repeatedPenLines_)
-             .arg(overlappingSends_));
+             .arg(posts_.overlappingSends()));
     if (!memory_.empty()) {
       qint64 peak = 0;
       for (const auto& m : memory_) peak = std::max(peak, m.second);
@@ -727,8 +718,7 @@ class Soak : public QObject {
   int connections_ = 0;
   int cursorChanged_ = 0;
   int transportErrors_ = 0;
-  int postsOut_ = 0;
-  int overlappingSends_ = 0;
+  testing::PostOverlap posts_;
   int ticks_ = 0;
   int batteryReads_ = 0;
   int repeatedPenLines_ = 0;

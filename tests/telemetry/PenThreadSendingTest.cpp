@@ -8,6 +8,7 @@
 #include <QHash>
 #include <QRegularExpression>
 
+#include "common/PostOverlap.h"
 #include "telemetry/DriverProcess.h"
 #include "telemetry/Reachability.h"
 #include "telemetry/SenderTestSupport.h"
@@ -61,27 +62,11 @@ TEST(PenThreadSending, ColoursCountedDuringTicksLandInConsistentBodiesAtMostOnce
   ASSERT_EQ(driver.exitCode(), 0) << driver.transcript().toStdString();
 
   const bool clientSawEveryAnswer = driver.indexOfPrefix(QStringLiteral("error ")) < 0;
-  // The sender does not wait for one send to end before the next: a tick that
-  // comes while the last colour post is still out (its answer not handled
-  // yet, as on a stalled main thread) sends the same record again, and both
-  // posts may succeed. Only without such an overlap is a colour in at most
-  // one accepted body.
-  // A post ends with one of three lines, only one of which names its kind,
-  // so any post still out when a send starts counts as an overlap.
-  bool sendsOverlapped = false;
-  int postsOut = 0;
-  for (const QString& line : driver.lines()) {
-    if (line == QStringLiteral(" API 開始 || Api Type : colorType")) {
-      sendsOverlapped = sendsOverlapped || postsOut > 0;
-      ++postsOut;
-    } else if (line == QStringLiteral(" API 開始 || Api Type : appType")) {
-      ++postsOut;
-    } else if (line.startsWith(QStringLiteral(" API 完成 || Api Type : ")) ||
-               line.startsWith(QStringLiteral("statusCode should be 2xx, but is ")) ||
-               line.startsWith(QStringLiteral("error "))) {
-      --postsOut;
-    }
-  }
+  // A tick that came while a post was still out sends the same record again
+  // (see PostOverlap); only without that is a colour in at most one accepted body.
+  testing::PostOverlap overlap;
+  for (const QString& line : driver.lines()) overlap.read(line);
+  const bool sendsOverlapped = overlap.overlappingSends() > 0;
   QHash<int, int> delivered;
   const QList<testing::ServerEvent> posts = server.requests(QStringLiteral("/api/color_usage"));
   ASSERT_FALSE(posts.isEmpty());
