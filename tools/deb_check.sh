@@ -10,6 +10,7 @@
 #                     system in as a tarball and start from next time; apt still
 #                     updates its lists from the mirror. Unset: from nothing.
 set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
 
 build=${1:-build-pkg}
 mirror=${DEB_CHECK_MIRROR:-http://deb.debian.org/debian}
@@ -128,13 +129,7 @@ echo "---"
 
 # The package holds exactly the program, its manual page and its desktop
 # files: no test, benchmark or tool program.
-expected_files="/usr/bin/tintwell
-/usr/share/applications/org.orlo.Tintwell.desktop
-/usr/share/icons/hicolor/128x128/apps/org.orlo.Tintwell.png
-/usr/share/icons/hicolor/64x64/apps/org.orlo.Tintwell.png
-/usr/share/icons/hicolor/scalable/apps/org.orlo.Tintwell.svg
-/usr/share/man/man1/tintwell.1.gz
-/usr/share/metainfo/org.orlo.Tintwell.metainfo.xml"
+expected_files=$(sed 's|^|/usr/|' "$here/../tests/packaging/installed_files.txt" | LC_ALL=C sort)
 listed_files=$(in_chroot dpkg -L tintwell | while read -r f; do
   [ -d "$root$f" ] || echo "$f"
 done | LC_ALL=C sort)

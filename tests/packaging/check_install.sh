@@ -14,25 +14,13 @@ trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 fail() { echo "check_install: $*" >&2; exit 1; }
-expect_file() { [ -s "$prefix/$1" ] || fail "missing $1"; }
-
-expect_file bin/tintwell
-expect_file share/applications/org.orlo.Tintwell.desktop
-expect_file share/metainfo/org.orlo.Tintwell.metainfo.xml
-expect_file share/icons/hicolor/scalable/apps/org.orlo.Tintwell.svg
-expect_file share/icons/hicolor/64x64/apps/org.orlo.Tintwell.png
-expect_file share/icons/hicolor/128x128/apps/org.orlo.Tintwell.png
-expect_file share/man/man1/tintwell.1.gz
-
-# Exactly these files: a test helper or tool given an install rule would end
-# up in the package.
-expected_files="bin/tintwell
-share/applications/org.orlo.Tintwell.desktop
-share/icons/hicolor/128x128/apps/org.orlo.Tintwell.png
-share/icons/hicolor/64x64/apps/org.orlo.Tintwell.png
-share/icons/hicolor/scalable/apps/org.orlo.Tintwell.svg
-share/man/man1/tintwell.1.gz
-share/metainfo/org.orlo.Tintwell.metainfo.xml"
+# Exactly the files listed in installed_files.txt (sorted, relative to the
+# prefix; the package check uses the same list), none of them empty: a test
+# helper or tool given an install rule would end up in the package.
+expected_files=$(LC_ALL=C sort "$(dirname "$0")/installed_files.txt")
+while read -r f; do
+  [ -s "$prefix/$f" ] || fail "missing or empty: $f"
+done <<<"$expected_files"
 installed_files=$(cd "$prefix" && find . ! -type d | sed 's|^\./||' | LC_ALL=C sort)
 [ "$installed_files" = "$expected_files" ] ||
   fail "installed files differ from the expected list:
