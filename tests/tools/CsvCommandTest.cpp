@@ -124,6 +124,14 @@ TEST(CsvCommand, HelpDescribesTheOptions) {
   EXPECT_TRUE(run.out.contains("--headers"));
 }
 
+TEST(CsvCommand, ALeadingByteOrderMarkIsDroppedAndAnyOtherWrittenEscaped) {
+  const auto run = runTool({"csv"}, "\xEF\xBB\xBFk,\xEF\xBB\xBFk\n1,x\xEF\xBB\xBF\n");
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.out,
+            "{\"columnCount\": 2, \"headers\": [\"k\", \"\\ufeffk\"], \"rows\": [[\"1\", "
+            "\"x\\ufeff\"]], \"keyedRows\": [{\"k\": \"1\", \"\\ufeffk\": \"x\\ufeff\"}]}\n");
+}
+
 TEST(CsvCommand, MalformedUtf8BecomesReplacementCharacters) {
   const auto run = runTool({"csv", "--headers", "h"}, "a\xff\n");
   EXPECT_EQ(run.exitCode, 0);

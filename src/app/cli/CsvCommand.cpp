@@ -77,11 +77,19 @@ std::optional<QByteArray> readAll(const std::optional<QString>& path) {
   return data;
 }
 
+// A field or name as a JSON string. A byte order mark other than the dropped
+// leading one (a second file's, after two were joined) is written as \ufeff:
+// it is invisible, and some JSON readers, Qt's among them, drop it raw at the
+// start of a string, which would turn the header "\ufeffName" into "Name".
+QByteArray quoted(const QString& text) {
+  return json::quote(text, false).replace("\xEF\xBB\xBF", "\\ufeff");
+}
+
 void appendStringArray(QByteArray& out, const QStringList& items) {
   out.append('[');
   for (qsizetype i = 0; i < items.size(); ++i) {
     if (i > 0) out.append(", ");
-    out.append(json::quote(items[i], false));
+    out.append(quoted(items[i]));
   }
   out.append(']');
 }
@@ -98,9 +106,9 @@ void appendKeyedRow(QByteArray& out, const CSwiftV::KeyedRow& row, const QString
     written.append(header);
     if (!first) out.append(", ");
     first = false;
-    out.append(json::quote(header, false));
+    out.append(quoted(header));
     out.append(": ");
-    out.append(json::quote(*value, false));
+    out.append(quoted(*value));
   }
   out.append('}');
 }
