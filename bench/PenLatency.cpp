@@ -26,9 +26,9 @@
 #include <mutex>
 #include <vector>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorStruct.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 #include "pen/BluetoothUuid.h"
 #include "pen/CoreQuilla.h"
 

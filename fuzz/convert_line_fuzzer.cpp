@@ -10,8 +10,8 @@
 #include <string_view>
 
 #include "FuzzInput.h"
-#include "app/cli/ConvertCommand.h"
 #include "color/ColorNotations.h"
+#include "tools/ConvertCommand.h"
 
 namespace tw {
 namespace {

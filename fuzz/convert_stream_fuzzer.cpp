@@ -19,8 +19,8 @@
 
 #include "FuzzInput.h"
 #include "StdioRedirect.h"
-#include "app/cli/ConvertCommand.h"
 #include "color/ColorNotations.h"
+#include "tools/ConvertCommand.h"
 
 namespace tw {
 namespace {

@@ -19,8 +19,8 @@
 
 #include "FuzzInput.h"
 #include "StdioRedirect.h"
-#include "app/cli/CsvCommand.h"
 #include "library/CSwiftV.h"
+#include "tools/CsvCommand.h"
 
 namespace tw {
 namespace {

@@ -14,9 +14,9 @@
 #include <memory>
 
 #include "FuzzInput.h"
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorStruct.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 #include "pen/BluetoothUuid.h"
 #include "pen/CoreQuilla.h"
 #include "pen/PenValues.h"

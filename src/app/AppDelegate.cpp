@@ -3,9 +3,9 @@
 #include <QCoreApplication>
 #include <QThread>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "common/Log.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw {
 

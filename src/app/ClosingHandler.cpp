@@ -1,8 +1,8 @@
 #include "app/ClosingHandler.h"
 
-#include "app/Notifications.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
+#include "events/Notifications.h"
 #include "telemetry/Reachability.h"
 
 namespace tw {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "app/NotificationCenter.h"
+#include "events/NotificationCenter.h"
 #include "telemetry/API_Logger.h"
 #include "telemetry/TerminationReply.h"
 

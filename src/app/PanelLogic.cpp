@@ -2,12 +2,12 @@
 
 #include <QTimer>
 
-#include "app/Notifications.h"
 #include "color/ColorNotations.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
+#include "events/Notifications.h"
 #include "pen/Mailbox.h"
 
 namespace tw {

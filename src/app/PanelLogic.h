@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "app/ClosingHandler.h"
-#include "app/NotificationCenter.h"
 #include "app/PanelView.h"
 #include "bridge/AlertPresenter.h"
 #include "bridge/Commander.h"
 #include "bridge/HostDescription.h"
 #include "color/ColorHelper.h"
+#include "events/NotificationCenter.h"
 #include "pen/CoreQuilla.h"
 #include "telemetry/API_Logger.h"
 #include "telemetry/TerminationReply.h"

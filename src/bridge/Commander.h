@@ -22,7 +22,7 @@ namespace tw {
 // network thread. One lock serialises pushes, scans and patches and guards the
 // state below; the record pointer has its own lock so the sender never waits
 // behind a running launcher. Alerts are shown with no lock held.
-class Commander {
+class Commander : public ApplicationUsageCounters {
  public:
   // Everything Commander keeps besides the record, under the names it has
   // always had. Script and application paths are plain path texts.
@@ -88,8 +88,8 @@ class Commander {
 
   // The record the push counts go into. The telemetry sender replaces it with
   // a fresh one after a successful post, from its own thread.
-  std::shared_ptr<ApplicationRecord> tempApplicationRecord() const;
-  void setTempApplicationRecord(std::shared_ptr<ApplicationRecord> record);
+  std::shared_ptr<ApplicationRecord> tempApplicationRecord() const override;
+  void setTempApplicationRecord(std::shared_ptr<ApplicationRecord> record) override;
 
   // A copy of the state, taken under the lock.
   State state() const;

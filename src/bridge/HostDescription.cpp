@@ -10,18 +10,6 @@ namespace tw {
 
 namespace {
 
-// The version's settings folder, as named in a Photoshop installation.
-QString photoshopSettingsName(int version) {
-  switch (version) {
-    case 0:
-      return QStringLiteral("Adobe Photoshop CC 2019 Settings");
-    case 1:
-      return QStringLiteral("Adobe Photoshop 2020 Settings");
-    default:
-      return QStringLiteral("Adobe Photoshop 2021 Settings");
-  }
-}
-
 QString photoshopInstallName(int version) {
   switch (version) {
     case 0:
@@ -36,6 +24,17 @@ QString photoshopInstallName(int version) {
 QString quoted(const QString& text) { return QLatin1Char('"') + text + QLatin1Char('"'); }
 
 }  // namespace
+
+QString photoshopSettingsName(int version) {
+  switch (version) {
+    case 0:
+      return QStringLiteral("Adobe Photoshop CC 2019 Settings");
+    case 1:
+      return QStringLiteral("Adobe Photoshop 2020 Settings");
+    default:
+      return QStringLiteral("Adobe Photoshop 2021 Settings");
+  }
+}
 
 WineHostDescription::WineHostDescription(std::shared_ptr<const ApplicationLister> lister)
     : lister_(std::move(lister)) {}
@@ -68,27 +67,6 @@ QString WineHostDescription::winePath(const QString& unixPath) {
   QString path = unixPath;
   path.replace(QLatin1Char('/'), QLatin1Char('\\'));
   return QStringLiteral("Z:") + path;
-}
-
-MacHostDescription::MacHostDescription(std::shared_ptr<const ApplicationLister> lister)
-    : lister_(std::move(lister)) {}
-
-std::optional<QString> MacHostDescription::libraryFolder() const {
-  return QDir::homePath() + QStringLiteral("/Library");
-}
-
-QString MacHostDescription::settingsFolder(int version) const {
-  return QStringLiteral("Preferences/") + photoshopSettingsName(version);
-}
-
-std::vector<RunningApplication> MacHostDescription::runningApplications() const {
-  return lister_->runningApplications();
-}
-
-QString MacHostDescription::launcherCommand(const QString& applicationPath,
-                                            const QString& scriptPath) const {
-  return QStringLiteral(" open -a ") + quoted(applicationPath) + QLatin1Char(' ') +
-         quoted(scriptPath);
 }
 
 }  // namespace tw

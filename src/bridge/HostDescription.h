@@ -49,19 +49,9 @@ class WineHostDescription : public HostDescription {
   std::shared_ptr<const ApplicationLister> lister_;
 };
 
-// The native macOS layout: Library ~/Library, "Preferences/..." settings folders,
-// launcher ` open -a "APP" "SCRIPT"`.
-class MacHostDescription : public HostDescription {
- public:
-  explicit MacHostDescription(std::shared_ptr<const ApplicationLister> lister);
-  std::optional<QString> libraryFolder() const override;
-  QString settingsFolder(int version) const override;
-  std::vector<RunningApplication> runningApplications() const override;
-  QString launcherCommand(const QString& applicationPath, const QString& scriptPath) const override;
-
- private:
-  std::shared_ptr<const ApplicationLister> lister_;
-};
+// The name Photoshop gives the settings folder of `version` (0: CC 2019, 1: 2020,
+// any other value 2021), the same under every host.
+QString photoshopSettingsName(int version);
 
 // The host of this build: Wine over the /proc process table on Linux.
 std::shared_ptr<HostDescription> defaultHostDescription();

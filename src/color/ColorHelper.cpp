@@ -4,11 +4,11 @@
 #include <cmath>
 #include <string>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorStruct.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw {
 

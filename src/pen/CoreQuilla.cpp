@@ -7,12 +7,12 @@
 #include <QTimer>
 #include <chrono>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorStruct.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
 #include "common/TimeScale.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 #include "pen/BluetoothUuid.h"
 #include "pen/Mailbox.h"
 #include "pen/PenValues.h"

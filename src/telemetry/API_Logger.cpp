@@ -5,7 +5,6 @@
 #include <QTimer>
 #include <QUrl>
 
-#include "bridge/Commander.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
 #include "common/TimeScale.h"
@@ -58,8 +57,8 @@ void API_Logger::setTransport(std::shared_ptr<UsageTransport> transport) {
 
 void API_Logger::setTerminationReply(TerminationReply* reply) { terminationReply_ = reply; }
 
-Commander& API_Logger::requireCommander() const {
-  Commander* commander = parentCommander.load();
+ApplicationUsageCounters& API_Logger::requireCommander() const {
+  ApplicationUsageCounters* commander = parentCommander.load();
   if (!commander) fatalStop("the telemetry sender has no commander");
   return *commander;
 }

@@ -17,8 +17,6 @@ class QTimer;
 
 namespace tw {
 
-class Commander;
-
 // The kinds of usage post; the printed form is the case name.
 enum class API_Type { colorType, appType };
 QString apiTypeName(API_Type type);
@@ -83,7 +81,7 @@ class API_Logger : public QObject {
   void setApplicationRecord(std::shared_ptr<ApplicationRecord> record);
 
   // The panel's Commander: source of the application record that is sent.
-  std::atomic<Commander*> parentCommander{nullptr};
+  std::atomic<ApplicationUsageCounters*> parentCommander{nullptr};
 
   std::atomic<bool> bFirstColor{true};
   std::atomic<bool> bAppShouldClose{false};
@@ -98,7 +96,7 @@ class API_Logger : public QObject {
  private:
   // The colour record; absent before startLogging, which makes counting fatal.
   std::shared_ptr<ColorRecord> requireColorRecord() const;
-  Commander& requireCommander() const;
+  ApplicationUsageCounters& requireCommander() const;
   // Queues the YES answer to the pending quit on this object's (the main) thread.
   void answerTerminationLater();
 

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QString>
 #include <QtGlobal>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -75,6 +76,17 @@ class ApplicationRecord {
  private:
   mutable std::mutex mutex_;
   Fields fields_;
+};
+
+// Whoever counts pushes into the application record (the bridge's Commander).
+// The sender reaches the record through this alone: it sends the record the
+// pushes are counted in, and replaces it with a fresh one after a successful
+// post. Both may be called from any thread.
+class ApplicationUsageCounters {
+ public:
+  virtual ~ApplicationUsageCounters() = default;
+  virtual std::shared_ptr<ApplicationRecord> tempApplicationRecord() const = 0;
+  virtual void setTempApplicationRecord(std::shared_ptr<ApplicationRecord> record) = 0;
 };
 
 QByteArray toJson(const ColorRecord::Fields& record);

@@ -8,9 +8,9 @@
 
 #include "app/AppDelegate.h"
 #include "app/ClosingHandler.h"
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "bridge/Commander.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 #include "telemetry/Reachability.h"
 
 namespace tw {

@@ -16,13 +16,13 @@
 #include <QTimer>
 #include <mutex>
 
-#include "app/Notifications.h"
 #include "bridge/RunningApplications.h"
 #include "common/BridgeSandbox.h"
 #include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
-#include "pen/simulated/SimulatedCentral.h"
+#include "events/Notifications.h"
+#include "tests/pen/simulated/SimulatedCentral.h"
 
 namespace tw {
 namespace {

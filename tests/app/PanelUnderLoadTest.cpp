@@ -16,19 +16,19 @@
 #include <mutex>
 #include <set>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "app/PanelLogic.h"
 #include "bridge/RunningApplications.h"
 #include "color/ScreenPickTestSupport.h"
 #include "common/BridgeSandbox.h"
 #include "common/QtWait.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 #include "pen/BluetoothUuid.h"
-#include "pen/simulated/SimulatedCentral.h"
 #include "telemetry/Reachability.h"
 #include "telemetry/SenderTestSupport.h"
 #include "telemetry/TelemetryTestServer.h"
 #include "telemetry/network/NetworkUsageTransport.h"
+#include "tests/pen/simulated/SimulatedCentral.h"
 
 namespace tw {
 namespace {

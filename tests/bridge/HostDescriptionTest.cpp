@@ -1,4 +1,5 @@
 #include "bridge/HostDescription.h"
+#include "bridge/mac/MacHostDescription.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include <optional>
 #include <vector>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorHelper.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw::testing {
 

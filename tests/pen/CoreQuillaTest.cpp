@@ -9,7 +9,7 @@
 #include "common/TimeScale.h"
 #include "pen/BluetoothUuid.h"
 #include "pen/PenTestSupport.h"
-#include "pen/simulated/SimulatedCentral.h"
+#include "tests/pen/simulated/SimulatedCentral.h"
 
 namespace tw::pen {
 namespace {

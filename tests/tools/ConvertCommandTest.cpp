@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "ToolProcess.h"
-#include "app/cli/ConvertCommand.h"
+#include "tools/ConvertCommand.h"
 
 namespace tw {
 namespace {

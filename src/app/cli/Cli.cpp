@@ -3,11 +3,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "app/cli/ConvertCommand.h"
-#include "app/cli/CsvCommand.h"
 #include "app/cli/ListenCommand.h"
-#include "app/desktop/DesktopApplication.h"
 #include "common/Version.h"
+#include "tools/ConvertCommand.h"
+#include "tools/CsvCommand.h"
 
 namespace tw {
 
@@ -30,7 +29,6 @@ const char* usageText() {
 }
 
 int runCli(int argc, char** argv) {
-  if (argc < 2) return runDesktopApplication(argc, argv);
   const char* command = argv[1];
   if (std::strcmp(command, "--help") == 0 || std::strcmp(command, "-h") == 0 ||
       std::strcmp(command, "help") == 0) {

@@ -2,7 +2,8 @@
 
 namespace tw {
 
-// Dispatches `tintwell [COMMAND] ...`; returns the process exit status.
+// Dispatches `tintwell COMMAND ...` (argv[1] is the command); returns the
+// process exit status.
 int runCli(int argc, char** argv);
 
 // Usage text listing every sub-command.

@@ -8,9 +8,9 @@
 #include <QVBoxLayout>
 
 #include "app/AppDelegate.h"
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "app/desktop/ViewController_plus.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 #include "resources/NamedImages.h"
 
 namespace tw {

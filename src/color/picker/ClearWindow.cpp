@@ -4,11 +4,11 @@
 #include <QPainter>
 #include <QScreen>
 
-#include "app/Notifications.h"
 #include "color/ColorHelper.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/DropperCursor.h"
 #include "common/Log.h"
+#include "events/Notifications.h"
 
 namespace tw {
 

@@ -4,7 +4,7 @@
 #include <QPointer>
 #include <QWidget>
 
-#include "app/NotificationCenter.h"
+#include "events/NotificationCenter.h"
 
 namespace tw {
 

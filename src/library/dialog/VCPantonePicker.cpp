@@ -4,11 +4,11 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
 #include "common/TimeScale.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw {
 

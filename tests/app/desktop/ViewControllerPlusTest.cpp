@@ -19,7 +19,6 @@
 #include <QWindow>
 
 #include "app/AppDelegate.h"
-#include "app/Notifications.h"
 #include "app/desktop/PanelWindow.h"
 #include "bridge/RunningApplications.h"
 #include "color/ScreenPickTestSupport.h"
@@ -30,9 +29,10 @@
 #include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
+#include "events/Notifications.h"
 #include "library/dialog/VCPantonePicker.h"
-#include "pen/simulated/SimulatedCentral.h"
 #include "telemetry/Reachability.h"
+#include "tests/pen/simulated/SimulatedCentral.h"
 
 namespace tw {
 namespace {

@@ -6,12 +6,12 @@
 #include <QPointer>
 #include <QScreen>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorHelper.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/DropperCursor.h"
 #include "color/picker/OffscreenApp.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw {
 namespace {

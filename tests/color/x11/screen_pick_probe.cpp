@@ -25,14 +25,14 @@
 #include <cstdio>
 #include <memory>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorHelper.h"
 #include "color/ColorStruct.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/ClearWindow.h"
 #include "color/x11/X11Connection.h"
 #include "common/Log.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace {
 

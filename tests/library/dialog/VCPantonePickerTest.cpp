@@ -9,11 +9,11 @@
 #include <QPointer>
 #include <QThread>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/picker/OffscreenApp.h"
 #include "common/QtWait.h"
 #include "common/TimeScale.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw {
 namespace {

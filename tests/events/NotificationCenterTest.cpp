@@ -5,9 +5,9 @@
 #include <thread>
 #include <vector>
 
-#include "app/NotificationCenter.h"
-#include "app/Notifications.h"
 #include "color/ColorStruct.h"
+#include "events/NotificationCenter.h"
+#include "events/Notifications.h"
 
 namespace tw {
 namespace {

@@ -1,4 +1,4 @@
-#include "pen/simulated/SimulatedCentral.h"
+#include "tests/pen/simulated/SimulatedCentral.h"
 
 #include <QCoreApplication>
 #include <QThread>

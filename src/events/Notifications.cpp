@@ -1,4 +1,4 @@
-#include "app/Notifications.h"
+#include "events/Notifications.h"
 
 namespace tw::notification {
 

@@ -1,4 +1,4 @@
-#include "app/NotificationCenter.h"
+#include "events/NotificationCenter.h"
 
 namespace tw {
 

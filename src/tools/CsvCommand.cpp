@@ -1,4 +1,4 @@
-#include "app/cli/CsvCommand.h"
+#include "tools/CsvCommand.h"
 
 #include <QByteArray>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "app/cli/ConvertCommand.h"
+#include "tools/ConvertCommand.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
