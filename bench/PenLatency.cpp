@@ -9,7 +9,6 @@
 // Prints the counts and p50/p99/max; exits 1 unless every packet was posted
 // exactly once and in order.
 #include <fcntl.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -31,6 +30,8 @@
 #include "events/Notifications.h"
 #include "pen/BluetoothUuid.h"
 #include "pen/CoreQuilla.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/PrivateBus.h"
 
 namespace {
 
@@ -75,26 +76,8 @@ int main(int argc, char** argv) {
 
   // A private bus and the fake BlueZ with one advertising pen.
   QTemporaryDir dir;
-  QFile config(dir.filePath(QStringLiteral("bus.conf")));
-  config.open(QIODevice::WriteOnly);
-  config.write(QStringLiteral("<busconfig><type>system</type><listen>unix:path=%1</listen>"
-                              "<auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
-                              "<allow own=\"*\"/><allow send_type=\"method_call\"/>"
-                              "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
-                              "</policy></busconfig>\n")
-                   .arg(dir.filePath(QStringLiteral("socket")))
-                   .toUtf8());
-  config.close();
-  // Neither child outlives this process, however it ends.
-  const auto endWithParent = [] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); };
-  QProcess daemon;
-  daemon.setChildProcessModifier(endWithParent);
-  daemon.start(QStringLiteral("dbus-daemon"),
-               {QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
-                QStringLiteral("--print-address=1")});
-  daemon.waitForReadyRead(10000);
-  const QByteArray address = daemon.readLine().trimmed();
-  qputenv("DBUS_SYSTEM_BUS_ADDRESS", address);
+  tw::testing::PrivateBus bus;
+  bus.exportAddress();
   qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
   qputenv("XDG_CONFIG_HOME", dir.filePath(QStringLiteral("config")).toUtf8());
   qputenv("TINTWELL_TIME_SCALE", "0.02");
@@ -102,7 +85,7 @@ int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
   QProcess fake;
   fake.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-  fake.setChildProcessModifier(endWithParent);
+  tw::testing::endWithParent(fake);
   fake.start(QStringLiteral(FAKE_BLUEZ_BIN),
              {QStringLiteral("--pen"), QStringLiteral("QUILLA-Pen 02"),
               QStringLiteral("--interval-ms"), QStringLiteral("0")});
@@ -111,7 +94,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "pen_latency: the fake BlueZ did not start\n");
     return 2;
   }
-  QDBusConnection control = QDBusConnection::connectToBus(QString::fromUtf8(address), "control");
+  QDBusConnection control = QDBusConnection::connectToBus(bus.address(), "control");
   const auto controlCall = [&](const QString& method, const QVariantList& args = {}) {
     QDBusMessage m = QDBusMessage::createMethodCall(
         QStringLiteral("org.tintwell.FakeBluez"), QStringLiteral("/org/tintwell/FakeBluez"),
@@ -208,7 +191,5 @@ int main(int argc, char** argv) {
 
   controlCall(QStringLiteral("Quit"));
   fake.waitForFinished(3000);
-  daemon.terminate();
-  daemon.waitForFinished(3000);
   return inOrder && coloursMatch ? 0 : 1;
 }

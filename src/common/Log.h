@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <functional>
 #include <string_view>
 
 namespace tw {
@@ -10,5 +11,12 @@ namespace tw {
 // the other end of a pipe sees it as it happens.
 void logLine(std::string_view text);
 void logLine(const QString& text);
+
+// Where the lines go: standard output unless a sink is set. The sink gets each
+// line without its line end, one call at a time (calls never overlap, whatever
+// thread logs), and must not log itself. Setting an empty sink restores
+// standard output. Tests read what the application says through this.
+using LogSink = std::function<void(std::string_view line)>;
+void setLogSink(LogSink sink);
 
 }  // namespace tw

@@ -17,12 +17,15 @@
 #include <mutex>
 
 #include "bridge/RunningApplications.h"
-#include "common/BridgeSandbox.h"
-#include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "events/Notifications.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
+#include "tests/support/BridgeSandbox.h"
+#include "tests/support/QtWait.h"
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestMain.h"
 
 namespace tw {
 namespace {
@@ -30,17 +33,8 @@ namespace {
 const QString kPhotoshop =
     QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
 
-QCoreApplication& app() {
-  static int argc = 1;
-  static char name[] = "panel_logic_test";
-  static char* argv[] = {name, nullptr};
-  static QCoreApplication* instance = [] {
-    // 180 s battery period -> 1.8 s, 3 s first check -> 30 ms.
-    qputenv("TINTWELL_TIME_SCALE", "0.01");
-    return new QCoreApplication(argc, argv);
-  }();
-  return *instance;
-}
+// 180 s battery period -> 1.8 s, 3 s first check -> 30 ms.
+TW_BEFORE_APPLICATION([] { qputenv("TINTWELL_TIME_SCALE", "0.01"); });
 
 using testing::spin;
 using testing::waitFor;
@@ -85,7 +79,6 @@ class IdleTransport : public UsageTransport {
 class PanelLogicTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    app();
     ASSERT_TRUE(home_.isValid());
     home_.enter();
 
@@ -99,10 +92,8 @@ class PanelLogicTest : public ::testing::Test {
     parts.alerts = std::make_shared<SilentAlertPresenter>();
     parts.transport = transport_;
     panel_ = std::make_unique<PanelLogic>(view_, noAnswer_, std::move(parts));
-    ::testing::internal::CaptureStdout();
     panel_->viewDidLoad();
   }
-  void TearDown() override { ::testing::internal::GetCapturedStdout(); }
 
   QStringList launches() const { return home_.launches(); }
   void postPenColour(const ColorStruct& colour) {
@@ -122,6 +113,8 @@ class PanelLogicTest : public ::testing::Test {
   ColorRecord::Fields record() const { return panel_->apiLogger().colorRecord()->read(); }
   qint64 photoshopPushes() const { return panel_->commander().tempApplicationRecord()->read().PS; }
 
+  // First, so that it outlives the panel and hears everything it says.
+  testing::LogCapture log_;
   testing::BridgeSandbox home_;
   RecordingView view_;
   NoAnswer noAnswer_;
@@ -178,13 +171,11 @@ TEST_F(PanelLogicTest, SameChannelsInAnotherColourSpaceAreBothTreatedAsNew) {
 }
 
 TEST_F(PanelLogicTest, EveryColourPrintsItsHexLine) {
-  ::testing::internal::GetCapturedStdout();
-  ::testing::internal::CaptureStdout();
+  log_.clear();
   panel_->appear();
   postPenColour(ColorStruct::fromChannels(255, 128, 0));
   ASSERT_TRUE(waitFor([&] { return view_.count("color #FF8000") == 1; }));
-  const std::string out = ::testing::internal::GetCapturedStdout();
-  ::testing::internal::CaptureStdout();
+  const std::string out = log_.text().toStdString();
   EXPECT_NE(out.find("FAFAFA\n"), std::string::npos) << out;
   EXPECT_NE(out.find("FF8000\n"), std::string::npos) << out;
 }
@@ -295,7 +286,6 @@ TEST_F(PanelLogicTest, APanelGoingWhileAPenColourIsBeingPushedWaitsForThePush) {
 }
 
 TEST(PanelLogicDeathTest, ANewColourWithoutAColorStructStopsTheProcess) {
-  app();
   RecordingView view;
   NoAnswer answer;
   PanelParts parts;

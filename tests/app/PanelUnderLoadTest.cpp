@@ -18,17 +18,20 @@
 
 #include "app/PanelLogic.h"
 #include "bridge/RunningApplications.h"
-#include "color/ScreenPickTestSupport.h"
-#include "common/BridgeSandbox.h"
-#include "common/QtWait.h"
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
 #include "pen/BluetoothUuid.h"
 #include "telemetry/Reachability.h"
-#include "telemetry/SenderTestSupport.h"
-#include "telemetry/TelemetryTestServer.h"
 #include "telemetry/network/NetworkUsageTransport.h"
+#include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
+#include "tests/support/BridgeSandbox.h"
+#include "tests/support/QtWait.h"
+#include "tests/telemetry/SenderTestSupport.h"
+#include "tests/telemetry/TelemetryTestServer.h"
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestMain.h"
 
 namespace tw {
 namespace {
@@ -86,38 +89,11 @@ class RecordingReply : public TerminationReply {
   std::atomic<bool> answeredYes{false};
 };
 
-// Standard output while it lives (the panel's lines); shown on standard error
-// if the test ends early, where a failed assertion's message would be lost.
-class CapturedOutput {
- public:
-  CapturedOutput() { ::testing::internal::CaptureStdout(); }
-  ~CapturedOutput() {
-    if (!taken_) std::fputs(::testing::internal::GetCapturedStdout().c_str(), stderr);
-  }
-  std::string take() {
-    taken_ = true;
-    return ::testing::internal::GetCapturedStdout();
-  }
-
- private:
-  bool taken_ = false;
-};
-
-QCoreApplication& app() {
-  static int argc = 1;
-  static char name[] = "panel_under_load_test";
-  static char* argv[] = {name, nullptr};
-  static QCoreApplication* instance = [] {
-    // Battery every 180 ms and 3 ms after a connection, the connection
-    // fallback after 2.5 ms, a telemetry tick every 600 ms with 60 ms time-outs.
-    qputenv("TINTWELL_TIME_SCALE", "0.001");
-    return new QCoreApplication(argc, argv);
-  }();
-  return *instance;
-}
+// Battery every 180 ms and 3 ms after a connection, the connection
+// fallback after 2.5 ms, a telemetry tick every 600 ms with 60 ms time-outs.
+TW_BEFORE_APPLICATION([] { qputenv("TINTWELL_TIME_SCALE", "0.001"); });
 
 TEST(PanelUnderLoad, PenStreamsScreenPicksBatteryTimersAndPostsAtOnceLoseAndRepeatNothing) {
-  app();
   testing::BridgeSandbox home;
   ASSERT_TRUE(home.isValid());
   home.enter();
@@ -162,7 +138,7 @@ TEST(PanelUnderLoad, PenStreamsScreenPicksBatteryTimersAndPostsAtOnceLoseAndRepe
   RecordingView view;
   RecordingReply reply;
   auto panel = std::make_unique<PanelLogic>(view, reply, std::move(parts));
-  CapturedOutput captured;
+  testing::LogCapture captured;
   panel->viewDidLoad();
   panel->colorHelper()->installMonitor();
   panel->appear();
@@ -257,7 +233,7 @@ TEST(PanelUnderLoad, PenStreamsScreenPicksBatteryTimersAndPostsAtOnceLoseAndRepe
   // Quitting waits for the closing posts (or ends at once offline).
   NotificationCenter::defaultCenter().post(notification::appClosing());
   ASSERT_TRUE(waitFor([&] { return reply.answeredYes.load(); }, 60000));
-  const std::string output = captured.take();
+  const std::string output = captured.text().toStdString();
   if (!online) return;
 
   // The bodies: each count matches its list, and no colour went through twice.

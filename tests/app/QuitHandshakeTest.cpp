@@ -7,9 +7,9 @@
 
 #include <QTcpServer>
 
-#include "telemetry/DriverProcess.h"
 #include "telemetry/Reachability.h"
-#include "telemetry/SenderTestSupport.h"
+#include "tests/telemetry/DriverProcess.h"
+#include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {
 namespace {
@@ -49,20 +49,9 @@ class QuitHandshakeTest : public ::testing::Test {
                baseUrl.isEmpty() ? server.baseUrl() : baseUrl);
     env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates.caPath());
     auto driver = std::make_unique<DriverProcess>(env);
-    EXPECT_TRUE(driver->started()) << driver->transcript().toStdString();
+    EXPECT_TRUE(driver->ready()) << driver->transcript().toStdString();
     return driver;
   }
-  // Lines in this order (others may sit between them).
-  static bool inOrder(const DriverProcess& d, const QStringList& expected) {
-    qsizetype at = -1;
-    for (const QString& line : expected) {
-      const qsizetype next = d.lines().indexOf(line, at + 1);
-      if (next < 0) return false;
-      at = next;
-    }
-    return true;
-  }
-
   SenderEnvironment environment{nullptr};
   TestCertificates certificates;
   TelemetryTestServer server{certificates};
@@ -71,9 +60,9 @@ class QuitHandshakeTest : public ::testing::Test {
 TEST_F(QuitHandshakeTest, QuittingAfterOnlyTheStartUpColourEndsAtOnceWithNoRecord) {
   auto driver = startDriver();
   driver->send(QStringLiteral("quit"));
-  ASSERT_TRUE(driver->waitForExit()) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
-  EXPECT_TRUE(inOrder(*driver, {kAsked, kSending, QStringLiteral("No log record found!"), kBye}))
+  EXPECT_TRUE(driver->inOrder({kAsked, kSending, QStringLiteral("No log record found!"), kBye}))
       << driver->transcript().toStdString();
   EXPECT_EQ(driver->indexOf(kWillSend), -1);
   pumpFor(200);
@@ -85,11 +74,11 @@ TEST_F(QuitHandshakeTest, QuittingAfterOnePenColourEndsWhenTheSenderAnswers) {
   driver->send(QStringLiteral("color 255 0 16"));
   driver->send(QStringLiteral("push PS"));
   driver->send(QStringLiteral("quit"));
-  ASSERT_TRUE(driver->waitForExit()) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
-  EXPECT_TRUE(inOrder(
-      *driver, {kAsked, kSending, kWillSend, QStringLiteral("Internet Connection Available!"),
-                QStringLiteral("PS  Count : 1"), kColorStart, kAppStart}))
+  EXPECT_TRUE(driver->inOrder({kAsked, kSending, kWillSend,
+                               QStringLiteral("Internet Connection Available!"),
+                               QStringLiteral("PS  Count : 1"), kColorStart, kAppStart}))
       << driver->transcript().toStdString();
   // Both answers come before the end: no earlier post had set the done-flags.
   EXPECT_LT(driver->indexOf(kColorDone), driver->indexOf(kBye));
@@ -114,7 +103,7 @@ TEST_F(QuitHandshakeTest, QuittingWaitsWhileThePostsHang) {
   pumpFor(1000);
   EXPECT_TRUE(driver->running()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->indexOf(kBye), -1);
-  ASSERT_TRUE(driver->waitForExit(20000)) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish(20000)) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
   const qsizetype error = driver->indexOfPrefix(QStringLiteral("error "));
   ASSERT_GE(error, 0) << driver->transcript().toStdString();
@@ -129,7 +118,7 @@ TEST_F(QuitHandshakeTest, QuittingWithTheServerUnreachableByAddressEndsThroughTh
   auto driver = startDriver(QStringLiteral("1"), url);
   driver->send(QStringLiteral("color 1 2 3"));
   driver->send(QStringLiteral("quit"));
-  ASSERT_TRUE(driver->waitForExit()) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
   const qsizetype error = driver->indexOfPrefix(QStringLiteral("error "));
   ASSERT_GE(error, 0) << driver->transcript().toStdString();
@@ -141,12 +130,12 @@ TEST_F(QuitHandshakeTest, QuitAfterAnEarlierSuccessfulTickMayEndOnTheFirstAnswer
   // Tick after 12 s; a request times out after 1.2 s.
   auto driver = startDriver(QStringLiteral("0.02"));
   driver->send(QStringLiteral("color 1 2 3"));
-  ASSERT_TRUE(driver->waitForLine(kAppDone, 30000)) << driver->transcript().toStdString();
-  ASSERT_TRUE(driver->waitForLine(kColorDone, 30000)) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->waitForLine(kAppDone, 1, 30000)) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->waitForLine(kColorDone, 1, 30000)) << driver->transcript().toStdString();
   server.command(QStringLiteral("set /api/color_usage hang"));
   driver->send(QStringLiteral("color 4 5 6"));
   driver->send(QStringLiteral("quit"));
-  ASSERT_TRUE(driver->waitForExit()) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
   // The done-flags are still set from the tick, so the application answer
   // alone ends the run while the colour post is still out.
@@ -167,9 +156,9 @@ TEST_F(QuitHandshakeTest, SigtermGoesThroughTheSameHandshake) {
   driver->send(QStringLiteral("state"));
   ASSERT_TRUE(driver->waitForLineStartingWith(QStringLiteral("STATE device=1")));
   driver->terminate();
-  ASSERT_TRUE(driver->waitForExit()) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
-  EXPECT_TRUE(inOrder(*driver, {kAsked, kSending, kWillSend, kBye}))
+  EXPECT_TRUE(driver->inOrder({kAsked, kSending, kWillSend, kBye}))
       << driver->transcript().toStdString();
   EXPECT_EQ(server.requests().size(), 2);
 }
@@ -177,9 +166,9 @@ TEST_F(QuitHandshakeTest, SigtermGoesThroughTheSameHandshake) {
 TEST_F(QuitHandshakeTest, SigintGoesThroughTheSameHandshake) {
   auto driver = startDriver();
   ASSERT_EQ(::kill(static_cast<pid_t>(driver->pid()), SIGINT), 0);
-  ASSERT_TRUE(driver->waitForExit()) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
-  EXPECT_TRUE(inOrder(*driver, {kAsked, kSending, QStringLiteral("No log record found!"), kBye}))
+  EXPECT_TRUE(driver->inOrder({kAsked, kSending, QStringLiteral("No log record found!"), kBye}))
       << driver->transcript().toStdString();
 }
 
@@ -191,7 +180,7 @@ TEST_F(QuitHandshakeTest, ASecondQuitWhileWaitingIsIgnored) {
   ASSERT_TRUE(server.waitForRequests(2));
   driver->send(QStringLiteral("quit"));
   driver->terminate();
-  ASSERT_TRUE(driver->waitForExit(20000)) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish(20000)) << driver->transcript().toStdString();
   EXPECT_EQ(driver->count(kAsked), 1);
   EXPECT_EQ(driver->count(kBye), 1);
   EXPECT_EQ(server.requests().size(), 2);

@@ -8,8 +8,9 @@
 #include <atomic>
 #include <thread>
 
-#include "BridgeTestSupport.h"
 #include "bridge/Commander.h"
+#include "tests/bridge/BridgeTestSupport.h"
+#include "tests/support/LogCapture.h"
 
 namespace tw {
 namespace {
@@ -51,15 +52,15 @@ class CommanderPushTest : public ::testing::Test {
   }
   // Pushes once to get past the start-up colour, which is never pushed.
   void skipFirstColor() {
-    testing::internal::CaptureStdout();
+    testing::LogCapture log;
     commander->sendColorToApps();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(log.text(), "");
   }
   std::string push(qint64 r, qint64 g, qint64 b) {
     commander->setNewColor(ColorStruct::fromChannels(r, g, b));
-    testing::internal::CaptureStdout();
+    testing::LogCapture log;
     commander->sendColorToApps();
-    return testing::internal::GetCapturedStdout();
+    return log.text().toStdString();
   }
   ApplicationRecord::Fields record() const { return commander->tempApplicationRecord()->read(); }
 
@@ -222,9 +223,9 @@ TEST_F(CommanderPushTest, PhotoshopVanishingBetweenListingAndReadingIsNotPushed)
   Commander vanishing(std::make_shared<WineHostDescription>(lister));
   vanishing.initScriptFiles();
   vanishing.sendColorToApps();  // the first colour: no scan
-  testing::internal::CaptureStdout();
+  testing::LogCapture log;
   vanishing.sendColorToApps(ColorStruct::fromChannels(18, 52, 86));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n");
+  EXPECT_EQ(log.text(), "\n");
   EXPECT_EQ(scans, 1);
   EXPECT_EQ(vanishing.state().bPhotoshopFound, false);
   EXPECT_FALSE(QFileInfo::exists(env.psScript()));
@@ -276,9 +277,10 @@ TEST_F(CommanderPushTest, PushBeforeTheScriptPathsAreFixedStopsTheProcess) {
 TEST_F(CommanderPushTest, SendWithAColourSetsItAndPushesIt) {
   run(kPhotoshop2021);
   skipFirstColor();
-  testing::internal::CaptureStdout();
-  commander->sendColorToApps(ColorStruct::fromChannels(10, 20, 30));
-  testing::internal::GetCapturedStdout();
+  {
+    testing::LogCapture quiet;
+    commander->sendColorToApps(ColorStruct::fromChannels(10, 20, 30));
+  }
   EXPECT_EQ(commander->newColor(), ColorStruct::fromChannels(10, 20, 30));
   EXPECT_EQ(readBytes(env.psScript()), photoshopBytes(10, 20, 30));
 }
@@ -292,7 +294,7 @@ TEST_F(CommanderPushTest, ConcurrentPushesAndRecordSwapsLoseNoCount) {
   std::vector<std::shared_ptr<ApplicationRecord>> records{commander->tempApplicationRecord()};
   std::mutex recordsMutex;
   std::atomic<bool> done{false};
-  testing::internal::CaptureStdout();
+  auto quiet = std::make_unique<testing::LogCapture>();
   // The telemetry side swaps the record while pushes run.
   std::thread swapper([&] {
     while (!done) {
@@ -319,7 +321,7 @@ TEST_F(CommanderPushTest, ConcurrentPushesAndRecordSwapsLoseNoCount) {
   for (auto& thread : pushers) thread.join();
   done = true;
   swapper.join();
-  testing::internal::GetCapturedStdout();
+  quiet.reset();
   qint64 ps = 0, ai = 0;
   for (const auto& r : records) {
     ps += r->read().PS;

@@ -7,7 +7,8 @@
 
 #include <QFileInfo>
 
-#include "BridgeTestSupport.h"
+#include "tests/bridge/BridgeTestSupport.h"
+#include "tests/support/LogCapture.h"
 
 namespace tw {
 namespace {
@@ -202,9 +203,9 @@ TEST_F(CommanderTest, LaterOfTwoRunningPhotoshopsWins) {
   const StandInProcess& first = run(kPhotoshop2020);
   const StandInProcess& second = run(kPhotoshop2021);
   auto commander = makeCommander();
-  testing::internal::CaptureStdout();
+  testing::LogCapture log;
   commander->findDesignApps();
-  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string out = log.text().toStdString();
   // The listing runs in ascending process id.
   const QString later = first.pid() > second.pid() ? first.argv0() : second.argv0();
   EXPECT_EQ(commander->state().appPathPhotoshop, later);

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "BridgeTestSupport.h"
 #include "bridge/LoginName.h"
+#include "tests/bridge/BridgeTestSupport.h"
 
 namespace tw {
 namespace {

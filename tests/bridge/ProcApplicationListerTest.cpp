@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "BridgeTestSupport.h"
+#include "tests/bridge/BridgeTestSupport.h"
 
 namespace tw {
 namespace {

@@ -6,8 +6,8 @@
 #include <atomic>
 #include <thread>
 
-#include "BridgeTestSupport.h"
 #include "bridge/Commander.h"
+#include "tests/bridge/BridgeTestSupport.h"
 
 namespace tw {
 namespace {

@@ -8,7 +8,8 @@
 #include <string>
 
 #include "color/ColorStruct.h"
-#include "color/ScreenPickTestSupport.h"
+#include "tests/color/ScreenPickTestSupport.h"
+#include "tests/support/LogCapture.h"
 
 namespace tw {
 namespace {
@@ -197,9 +198,9 @@ TEST_F(ColorHelperTest, PickLogsTheLinesInOrder) {
   sampler->color = QColor::fromRgb(255, 128, 0);
   helper->installMonitor();
   helper->bPickScreenColor = true;
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   monitor->click();
-  const std::string out = ::testing::internal::GetCapturedStdout();
+  const QString out = log.text();
   EXPECT_EQ(out,
             "在 ColorHelpering 內的 Mouse Down\n"
             "Helper mouseLocation: 10.5, 700.0\n"

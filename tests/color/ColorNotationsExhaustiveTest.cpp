@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "ReferenceNotations.h"
 #include "color/ColorNotations.h"
+#include "tests/color/ReferenceNotations.h"
 
 namespace tw {
 namespace {

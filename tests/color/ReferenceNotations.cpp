@@ -1,4 +1,4 @@
-#include "ReferenceNotations.h"
+#include "tests/color/ReferenceNotations.h"
 
 #include <cmath>
 #include <cstdio>

@@ -6,17 +6,17 @@
 
 #include "common/TimeScale.h"
 #include "pen/BluetoothUuid.h"
-#include "pen/BusFixture.h"
 #include "pen/CoreQuilla.h"
-#include "pen/PenTestSupport.h"
 #include "pen/bluez/BluezCentral.h"
+#include "tests/pen/FakeBluezProcess.h"
+#include "tests/pen/PenTestSupport.h"
 
 namespace tw::pen {
 namespace {
 
 using testing::FakeBluez;
+using testing::LogCapture;
 using testing::PostRecorder;
-using testing::StdoutCapture;
 using testing::waitFor;
 
 const QString kA = QStringLiteral("AA:BB:CC:DD:EE:01");
@@ -52,7 +52,7 @@ QVariantMap opts(std::initializer_list<std::pair<const char*, QVariant>> list) {
 class BluezLinkTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    testing::penTestApp();
+    testing::usePenTestEnvironment();
     bus();
     PostRecorder::instance();
   }
@@ -88,7 +88,7 @@ class BluezLinkTest : public ::testing::Test {
     return i < 0 ? QStringList() : lines.mid(i + 1);
   }
 
-  StdoutCapture out_;
+  LogCapture out_;
   std::unique_ptr<FakeBluez> fake_;
   std::unique_ptr<CoreQuilla> quilla_;
 };

@@ -11,7 +11,7 @@
 
 #include "DBusLoopback.h"
 #include "pen/BluetoothUuid.h"
-#include "pen/PenTestSupport.h"
+#include "tests/pen/PenTestSupport.h"
 
 namespace tw::pen::bluez {
 namespace {
@@ -19,7 +19,7 @@ namespace {
 using tw::testing::DBusLoopback;
 
 DBusLoopback& loopback() {
-  testing::penTestApp();
+  testing::usePenTestEnvironment();
   // Kept to the end of the process (see DBusLoopback).
   static DBusLoopback* l = new DBusLoopback(
       {{QStringLiteral("org.freedesktop.DBus.ObjectManager"), QStringLiteral("InterfacesAdded")},

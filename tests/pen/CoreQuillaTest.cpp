@@ -8,14 +8,14 @@
 
 #include "common/TimeScale.h"
 #include "pen/BluetoothUuid.h"
-#include "pen/PenTestSupport.h"
+#include "tests/pen/PenTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 
 namespace tw::pen {
 namespace {
 
+using testing::LogCapture;
 using testing::PostRecorder;
-using testing::StdoutCapture;
 using testing::waitFor;
 
 const QUuid kPenA = QUuid::fromString(QStringLiteral("00000000-0000-0000-0000-AABBCCDDEE01"));
@@ -34,7 +34,7 @@ SimulatedCentral::PeripheralConfig penConfig(QUuid id, std::optional<QString> na
 class CoreQuillaTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    testing::penTestApp();
+    testing::usePenTestEnvironment();
     PostRecorder::instance();
   }
   void SetUp() override {
@@ -71,7 +71,7 @@ class CoreQuillaTest : public ::testing::Test {
     return i < 0 ? QStringList() : lines.mid(i + 1);
   }
 
-  StdoutCapture out_;
+  LogCapture out_;
   std::unique_ptr<CoreQuilla> quilla_;
   SimulatedCentral* sim_ = nullptr;
 };

@@ -10,8 +10,8 @@
 #include <QTemporaryDir>
 #include <csignal>
 
-#include "common/LineProcess.h"
-#include "pen/BusFixture.h"
+#include "tests/pen/FakeBluezProcess.h"
+#include "tests/support/LineProcess.h"
 
 namespace tw {
 namespace {
@@ -36,7 +36,7 @@ QProcessEnvironment listenEnvironment(const QString& busAddress, const QString& 
   env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), QStringLiteral("https://127.0.0.1:9"));
   env.insert(QStringLiteral("TINTWELL_TIME_SCALE"), QStringLiteral("0.1"));
   // Under ThreadSanitizer, leave out Debian's uninstrumented Qt (see
-  // tests/common/SanitizerDefaults.cpp).
+  // tests/support/SanitizerDefaults.cpp).
   if (!env.contains(QStringLiteral("TSAN_OPTIONS")))
     env.insert(QStringLiteral("TSAN_OPTIONS"), QStringLiteral("ignore_noninstrumented_modules=1"));
   return env;
@@ -165,7 +165,7 @@ TEST_F(ListenCommandTest, ShortPacketIsAControlledFatalStop) {
   ASSERT_TRUE(fake_->sendColor(kPen, QByteArray::fromHex("01FF80")));
   ASSERT_TRUE(listen.finish());
   EXPECT_EQ(listen.process().exitStatus(), QProcess::CrashExit);
-  EXPECT_EQ(listen.process().readAllStandardError(),
+  EXPECT_EQ(listen.standardError(),
             QByteArray("tintwell: fatal: colour packet shorter than 4 bytes\n"));
   EXPECT_FALSE(listen.lines().contains(QStringLiteral("buffer[0] :  1")));
 }

@@ -6,13 +6,13 @@
 #include <atomic>
 #include <future>
 
-#include "pen/PenTestSupport.h"
+#include "tests/pen/PenTestSupport.h"
 
 namespace tw::pen {
 namespace {
 
 TEST(MailboxTest, WorkRunsOnTheOwningThreadInPostingOrder) {
-  testing::penTestApp();
+  testing::usePenTestEnvironment();
   QThread thread;
   thread.setObjectName(QStringLiteral("worker"));
   // Moved before the start, which publishes the mailbox to the thread.
@@ -45,7 +45,7 @@ TEST(MailboxTest, WorkRunsOnTheOwningThreadInPostingOrder) {
 }
 
 TEST(MailboxTest, PostFromTheOwningThreadRunsLaterNotInside) {
-  testing::penTestApp();
+  testing::usePenTestEnvironment();
   Mailbox mailbox;
   bool ran = false;
   mailbox.post([&] { ran = true; });

@@ -44,11 +44,11 @@
 #include <optional>
 #include <vector>
 
-#include "color/x11/XvfbServer.h"
-#include "common/BridgeSandbox.h"
-#include "common/PostOverlap.h"
-#include "pen/BusFixture.h"
-#include "telemetry/TelemetryTestServer.h"
+#include "tests/pen/FakeBluezProcess.h"
+#include "tests/support/BridgeSandbox.h"
+#include "tests/support/PostOverlap.h"
+#include "tests/support/XvfbServer.h"
+#include "tests/telemetry/TelemetryTestServer.h"
 
 namespace tw::soak {
 namespace {

@@ -3,6 +3,7 @@
 #include <QThread>
 
 #include "telemetry/API_Logger.h"
+#include "tests/support/LogCapture.h"
 
 namespace tw {
 namespace {
@@ -104,15 +105,15 @@ TEST_F(CountingTest, NewColourRecordKeepsVenderAppVersionAndStartsAfresh) {
 TEST_F(CountingTest, CountingPrintsTheScreenListWhicheverListGrew) {
   logger.countColor(250, 250, 250);
   logger.bPickScreenColor = true;
-  testing::internal::CaptureStdout();
+  testing::LogCapture log;
   logger.countColor(10, 20, 30);
   logger.countColor(40, 50, 60);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), ",#0A141E\n,#0A141E\n");
+  EXPECT_EQ(log.text(), ",#0A141E\n,#0A141E\n");
 }
 
 TEST_F(CountingTest, ColoursCountedFromTwoThreadsAreAllKept) {
   logger.countColor(250, 250, 250);
-  testing::internal::CaptureStdout();
+  auto quiet = std::make_unique<testing::LogCapture>();
   QThread* other = QThread::create([&] {
     for (int i = 0; i < 500; ++i) logger.countColor(1, 2, 3);
   });
@@ -120,7 +121,7 @@ TEST_F(CountingTest, ColoursCountedFromTwoThreadsAreAllKept) {
   for (int i = 0; i < 500; ++i) logger.countColor(4, 5, 6);
   other->wait();
   delete other;
-  testing::internal::GetCapturedStdout();
+  quiet.reset();
   EXPECT_EQ(record().counter_device, 1000);
   EXPECT_EQ(record().colors_device.size(), 1000 * 8);
 }

@@ -7,7 +7,7 @@
 #include <QTimer>
 
 #include "telemetry/Reachability.h"
-#include "telemetry/SenderTestSupport.h"
+#include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {
 namespace {

@@ -6,7 +6,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "telemetry/TelemetryTestServer.h"
+#include "tests/telemetry/TelemetryTestServer.h"
 
 namespace tw {
 namespace {

@@ -3,10 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "telemetry/DriverProcess.h"
-#include "telemetry/NetworkNamespace.h"
 #include "telemetry/Reachability.h"
-#include "telemetry/SenderTestSupport.h"
+#include "tests/telemetry/DriverProcess.h"
+#include "tests/telemetry/NetworkNamespace.h"
+#include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {
 namespace {
@@ -30,7 +30,7 @@ class OfflineTest : public ::testing::Test {
     env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), server->baseUrl());
     env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates->caPath());
     driver = std::make_unique<DriverProcess>(env);
-    ASSERT_TRUE(driver->started()) << driver->transcript().toStdString();
+    ASSERT_TRUE(driver->ready()) << driver->transcript().toStdString();
   }
 
   std::unique_ptr<testing::SenderEnvironment> environment;
@@ -59,7 +59,7 @@ TEST_F(OfflineTest, TickPrintsNoConnectionAndSendsNothing) {
 TEST_F(OfflineTest, QuitPrintsNoInternetAndEndsAtOnce) {
   driver->send(QStringLiteral("color 1 2 3"));
   driver->send(QStringLiteral("quit"));
-  ASSERT_TRUE(driver->waitForExit(10000)) << driver->transcript().toStdString();
+  ASSERT_TRUE(driver->finish(10000)) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
   const QStringList expected = {
       QStringLiteral("i am in applicationShouldTerminate ~"), QStringLiteral("sending data"),

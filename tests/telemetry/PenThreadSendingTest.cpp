@@ -8,10 +8,10 @@
 #include <QHash>
 #include <QRegularExpression>
 
-#include "common/PostOverlap.h"
-#include "telemetry/DriverProcess.h"
 #include "telemetry/Reachability.h"
-#include "telemetry/SenderTestSupport.h"
+#include "tests/support/PostOverlap.h"
+#include "tests/telemetry/DriverProcess.h"
+#include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {
 namespace {
@@ -33,7 +33,7 @@ TEST(PenThreadSending, ColoursCountedDuringTicksLandInConsistentBodiesAtMostOnce
   env.insert(QStringLiteral("TINTWELL_TELEMETRY_URL"), server.baseUrl());
   env.insert(QStringLiteral("TINTWELL_TELEMETRY_CA"), certificates.caPath());
   DriverProcess driver(env);
-  ASSERT_TRUE(driver.started()) << driver.transcript().toStdString();
+  ASSERT_TRUE(driver.ready()) << driver.transcript().toStdString();
 
   // Count in bursts until two timer ticks have been answered. On a loaded
   // machine a tick's post may miss its short time-out; its colours then go out
@@ -52,12 +52,12 @@ TEST(PenThreadSending, ColoursCountedDuringTicksLandInConsistentBodiesAtMostOnce
                                         << driver.transcript().toStdString();
     driver.send(QStringLiteral("burst %1").arg(kBurst));
     ++bursts;
-    ASSERT_TRUE(driver.waitForCount(QStringLiteral("BURST DONE"), bursts, 120000))
+    ASSERT_TRUE(driver.waitForLine(QStringLiteral("BURST DONE"), bursts, 120000))
         << driver.transcript().toStdString();
   }
   const int counted = bursts * kBurst;
   driver.send(QStringLiteral("quit"));
-  ASSERT_TRUE(driver.waitForExit(60000)) << driver.transcript().toStdString();
+  ASSERT_TRUE(driver.finish(60000)) << driver.transcript().toStdString();
   // Non-zero also when ThreadSanitizer found a race in the driver.
   ASSERT_EQ(driver.exitCode(), 0) << driver.transcript().toStdString();
 

@@ -5,8 +5,8 @@
 #include <QFile>
 #include <QProcess>
 
-#include "telemetry/NetworkNamespace.h"
 #include "telemetry/linux/RouteTableProbe.h"
+#include "tests/telemetry/NetworkNamespace.h"
 
 namespace tw {
 namespace {

@@ -13,8 +13,8 @@
 
 #include "bridge/Commander.h"
 #include "telemetry/API_Logger.h"
-#include "telemetry/TelemetryTestServer.h"
 #include "telemetry/network/NetworkUsageTransport.h"
+#include "tests/telemetry/TelemetryTestServer.h"
 
 namespace tw::testing {
 

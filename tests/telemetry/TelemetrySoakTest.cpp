@@ -14,7 +14,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "telemetry/SenderTestSupport.h"
+#include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {
 namespace {

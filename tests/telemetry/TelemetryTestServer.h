@@ -19,7 +19,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "common/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
 
 namespace tw::testing {
 

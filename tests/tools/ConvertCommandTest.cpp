@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "ToolProcess.h"
+#include "tests/support/RunTool.h"
 #include "tools/ConvertCommand.h"
 
 namespace tw {

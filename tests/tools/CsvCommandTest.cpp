@@ -3,7 +3,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "ToolProcess.h"
+#include "tests/support/RunTool.h"
 
 namespace tw {
 namespace {

@@ -15,12 +15,12 @@
 #include <QTemporaryDir>
 #include <QThread>
 
-#include "color/x11/XvfbServer.h"
-#include "common/BridgeSandbox.h"
-#include "common/LineProcess.h"
-#include "pen/BusFixture.h"
 #include "telemetry/Reachability.h"
-#include "telemetry/TelemetryTestServer.h"
+#include "tests/pen/FakeBluezProcess.h"
+#include "tests/support/BridgeSandbox.h"
+#include "tests/support/LineProcess.h"
+#include "tests/support/XvfbServer.h"
+#include "tests/telemetry/TelemetryTestServer.h"
 
 namespace tw {
 namespace {
@@ -43,18 +43,9 @@ std::unique_ptr<testing::LineProcess> startDesktop(const QProcessEnvironment& en
   return std::make_unique<testing::LineProcess>(tintwellBin(), QStringList{}, env);
 }
 
-QCoreApplication& app() {
-  static int argc = 1;
-  static char name[] = "desktop_xvfb_test";
-  static char* argv[] = {name, nullptr};
-  static auto* instance = new QCoreApplication(argc, argv);
-  return *instance;
-}
-
 class DesktopXvfbTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    app();
     ASSERT_TRUE(xvfb_.isRunning());
     ASSERT_TRUE(home_.isValid());
     // The root is a known colour to pick from.

@@ -6,51 +6,57 @@
 
 #include <QApplication>
 #include <QProcess>
+#include <memory>
 
 #include "app/AppDelegate.h"
 #include "app/desktop/DesktopApplication.h"
 #include "app/desktop/PanelWindow.h"
 #include "app/desktop/ViewController_plus.h"
-#include "color/x11/XvfbServer.h"
-#include "common/BridgeSandbox.h"
-#include "common/QtWait.h"
+#include "tests/support/BridgeSandbox.h"
+#include "tests/support/QtWait.h"
+#include "tests/support/TestMain.h"
+#include "tests/support/XvfbServer.h"
 
 namespace tw {
 namespace {
 
 using testing::waitFor;
 
+// The X server and the bridge's sandbox, made before the program's
+// QApplication and ended after it: the server after the application, the
+// sandbox after the server (static objects end in the reverse order of their
+// making, and after main's application).
+struct Environment {
+  std::unique_ptr<testing::BridgeSandbox> sandbox;
+  std::unique_ptr<testing::XvfbServer> server;
+};
+
+Environment& environment() {
+  static Environment e;
+  return e;
+}
+
+TW_BEFORE_APPLICATION([] {
+  Environment& e = environment();
+  e.server = std::make_unique<testing::XvfbServer>(
+      QStringList{QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")});
+  if (!e.server->isRunning()) return;
+  e.server->run(QStringLiteral("xsetroot"), {QStringLiteral("-solid"), QStringLiteral("#3C7FE0")});
+  e.sandbox = std::make_unique<testing::BridgeSandbox>();
+  e.sandbox->enter();
+  qputenv("DISPLAY", e.server->display().toUtf8());
+  qputenv("QT_QPA_PLATFORM", "xcb");
+  qunsetenv("WAYLAND_DISPLAY");
+  qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
+  qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
+  qputenv("TINTWELL_TELEMETRY_URL", "https://127.0.0.1:9");
+});
+
 class PanelXvfbTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    server_ = new testing::XvfbServer(
-        {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")});
-    ASSERT_TRUE(server_->isRunning());
-    server_->run(QStringLiteral("xsetroot"), {QStringLiteral("-solid"), QStringLiteral("#3C7FE0")});
-    sandbox_ = new testing::BridgeSandbox;
-    sandbox_->enter();
-    qputenv("DISPLAY", server_->display().toUtf8());
-    qputenv("QT_QPA_PLATFORM", "xcb");
-    qunsetenv("WAYLAND_DISPLAY");
-    qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
-    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
-    qputenv("TINTWELL_TELEMETRY_URL", "https://127.0.0.1:9");
-    static int argc = 1;
-    static char name[] = "panel_xvfb_test";
-    static char* argv[] = {name, nullptr};
-    app_ = new QApplication(argc, argv);
-    QApplication::setQuitOnLastWindowClosed(false);
-  }
-
-  static void TearDownTestSuite() {
-    // The application goes before its X server; the server before the sandbox
-    // it was started in.
-    delete app_;
-    app_ = nullptr;
-    delete server_;
-    server_ = nullptr;
-    delete sandbox_;
-    sandbox_ = nullptr;
+  void SetUp() override {
+    server_ = environment().server.get();
+    ASSERT_TRUE(server_ && server_->isRunning());
   }
 
   bool panelMapped() {
@@ -62,14 +68,8 @@ class PanelXvfbTest : public ::testing::Test {
                 .isEmpty();
   }
 
-  static testing::XvfbServer* server_;
-  static testing::BridgeSandbox* sandbox_;
-  static QApplication* app_;
+  testing::XvfbServer* server_ = nullptr;
 };
-
-testing::XvfbServer* PanelXvfbTest::server_ = nullptr;
-testing::BridgeSandbox* PanelXvfbTest::sandbox_ = nullptr;
-QApplication* PanelXvfbTest::app_ = nullptr;
 
 TEST_F(PanelXvfbTest, StartUpShowsFAFAFAAndTheTextsOf250AndAPickShowsTheColourBelow) {
   AppDelegate delegate;

@@ -7,7 +7,7 @@
 #include <QPixmapCache>
 #include <QPushButton>
 
-#include "color/picker/OffscreenApp.h"
+#include "tests/support/QtWait.h"
 
 namespace tw {
 namespace {
@@ -20,8 +20,6 @@ QPixmap filled(int side, const QColor& colour) {
 
 class UncachedPixmapIconTest : public ::testing::Test {
  protected:
-  void SetUp() override { testing::offscreenApp(); }
-
   // Paints a button `times` times, each with a new icon from `makeIcon`, and
   // tells whether a pixmap put into the cache before is still there.
   bool sentinelSurvives(const std::function<QIcon(const QPixmap&)>& makeIcon, int times) {

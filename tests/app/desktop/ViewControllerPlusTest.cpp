@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -21,18 +22,20 @@
 #include "app/AppDelegate.h"
 #include "app/desktop/PanelWindow.h"
 #include "bridge/RunningApplications.h"
-#include "color/ScreenPickTestSupport.h"
 #include "color/picker/ClearWindow.h"
 #include "color/picker/DropperCursor.h"
-#include "color/picker/OffscreenApp.h"
-#include "common/BridgeSandbox.h"
-#include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "events/Notifications.h"
 #include "library/dialog/VCPantonePicker.h"
 #include "telemetry/Reachability.h"
+#include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
+#include "tests/support/BridgeSandbox.h"
+#include "tests/support/QtWait.h"
+
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestMain.h"
 
 namespace tw {
 namespace {
@@ -40,14 +43,8 @@ namespace {
 const QString kPhotoshop =
     QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
 
-QApplication& app() {
-  static QApplication& instance = [&]() -> QApplication& {
-    // 180 s battery period -> 1.8 s, 3 s first check -> 30 ms.
-    qputenv("TINTWELL_TIME_SCALE", "0.01");
-    return testing::offscreenApp();
-  }();
-  return instance;
-}
+// 180 s battery period -> 1.8 s, 3 s first check -> 30 ms.
+TW_BEFORE_APPLICATION([] { qputenv("TINTWELL_TIME_SCALE", "0.01"); });
 
 using testing::spin;
 using testing::waitFor;
@@ -75,7 +72,6 @@ QList<ClearWindow*> pickingWindows() {
 class ViewControllerPlusTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    app();
     ASSERT_TRUE(home_.isValid());
     home_.enter();
 
@@ -92,7 +88,6 @@ class ViewControllerPlusTest : public ::testing::Test {
     parts.colorHelper = [this] {
       return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
     };
-    ::testing::internal::CaptureStdout();
     panel_ = new ViewController_plus(delegate_, std::move(parts));
     window_ = std::make_unique<PanelWindow>(delegate_, panel_);
     panel_->viewDidLoad();
@@ -101,9 +96,6 @@ class ViewControllerPlusTest : public ::testing::Test {
     for (ClearWindow* picker : pickingWindows()) delete picker;
     restoreCursor();
     window_.reset();
-    // Failure messages go to standard output too: pass them on.
-    const std::string out = ::testing::internal::GetCapturedStdout();
-    if (HasFailure()) std::fputs(out.c_str(), stderr);
   }
 
   // Shows the window and lets the start-up colour reach the display.
@@ -111,10 +103,11 @@ class ViewControllerPlusTest : public ::testing::Test {
     window_->show();
     ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#FAFAFA"; }));
   }
+  // What the panel said since the last call.
   QString takeOutput() {
-    const std::string out = ::testing::internal::GetCapturedStdout();
-    ::testing::internal::CaptureStdout();
-    return QString::fromStdString(out);
+    const QString out = log_.text();
+    log_.clear();
+    return out;
   }
   QStringList launches() const { return home_.launches(); }
   void postPenColour(const ColorStruct& colour) {
@@ -148,6 +141,8 @@ class ViewControllerPlusTest : public ::testing::Test {
   }
   QString batteryImage() const { return panel_->imgBattery->property("imageName").toString(); }
 
+  // First, so that it outlives the panel and hears everything it says.
+  testing::LogCapture log_;
   testing::BridgeSandbox home_;
   AppDelegate delegate_;
   std::shared_ptr<IdleTransport> transport_ = std::make_shared<IdleTransport>();

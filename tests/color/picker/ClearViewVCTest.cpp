@@ -5,26 +5,25 @@
 #include <QGuiApplication>
 #include <QScreen>
 
-#include "color/picker/OffscreenApp.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/QtWait.h"
 
 namespace tw {
 namespace {
 
 class ClearViewVCTest : public ::testing::Test {
  protected:
-  void SetUp() override { testing::offscreenApp(); }
 };
 
 TEST_F(ClearViewVCTest, LoadingTakesTheScreensVisibleSizeAndLogsTheFrame) {
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   ClearViewVC view;
-  const std::string out = ::testing::internal::GetCapturedStdout();
+  const QString out = log.text();
   const QRect visible = QGuiApplication::primaryScreen()->availableGeometry();
   EXPECT_EQ(view.geometry(), QRect(0, 0, visible.width(), visible.height()));
   EXPECT_EQ(out, QStringLiteral("clearWindow frame :  (0.0, 0.0, %1.0, %2.0)\n")
                      .arg(visible.width())
-                     .arg(visible.height())
-                     .toStdString());
+                     .arg(visible.height()));
 }
 
 TEST_F(ClearViewVCTest, StartsWithTheDeclaredValues) {
@@ -41,18 +40,18 @@ TEST_F(ClearViewVCTest, StartsWithTheDeclaredValues) {
 
 TEST_F(ClearViewVCTest, MouseMovedLogsAndPutsTheDropperTipThere) {
   ClearViewVC view;
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   view.mouseMoved(QPointF(100, 200));
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "mouseMoved xxx : (100.0, 200.0)\n");
+  EXPECT_EQ(log.text(), "mouseMoved xxx : (100.0, 200.0)\n");
   // Always 30 by 30; the bottom-left corner (the tip) on the pointer.
   EXPECT_EQ(view.dropperImgView->geometry(), QRect(100, 170, 30, 30));
 }
 
 TEST_F(ClearViewVCTest, ReleasingItLogsImClosed) {
   auto* view = new ClearViewVC;
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   delete view;
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "I'm closed!\n");
+  EXPECT_EQ(log.text(), "I'm closed!\n");
 }
 
 }  // namespace

@@ -9,9 +9,10 @@
 #include "color/ColorHelper.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/DropperCursor.h"
-#include "color/picker/OffscreenApp.h"
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/QtWait.h"
 
 namespace tw {
 namespace {
@@ -23,7 +24,6 @@ void postMouseDown() {
 
 class ClearWindowTest : public ::testing::Test {
  protected:
-  void SetUp() override { testing::offscreenApp(); }
   void TearDown() override {
     delete window.data();
     testing::settle();
@@ -68,10 +68,10 @@ TEST_F(ClearWindowTest, CoversThePrimaryScreenWhenShown) {
 
 TEST_F(ClearWindowTest, WithoutCompositorTheWindowStaysUnshown) {
   ASSERT_FALSE(pickingWindowCanBeShown());  // offscreen, no X server
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   open()->makeKeyAndOrderFront();
   window->showWindow();
-  const std::string out = ::testing::internal::GetCapturedStdout();
+  const std::string out = log.text().toStdString();
   EXPECT_FALSE(window->isVisible());
   EXPECT_NE(out.find("no compositor: the picking window stays unshown"), std::string::npos);
 }
@@ -84,13 +84,13 @@ TEST_F(ClearWindowTest, MouseDownBringsBackTheMainWindowAndClosesItself) {
   open()->appMainWindow = &mainWindow;
   window->orderFrontEvenWithoutCompositor();
 
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   postMouseDown();
   // All of it before the post returns: the screen is read right after.
   EXPECT_TRUE(mainWindow.isVisible());
   EXPECT_FALSE(window && window->isVisible());
   testing::settle();
-  const std::string out = ::testing::internal::GetCapturedStdout();
+  const QString out = log.text();
   EXPECT_TRUE(window.isNull());
   EXPECT_EQ(out, "down down\nI'm closed!\n");
 }
@@ -115,9 +115,9 @@ TEST_F(ClearWindowTest, ObserverOfAClosedWindowDoesNothing) {
   postMouseDown();
   testing::settle();
   ASSERT_TRUE(window.isNull());
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   postMouseDown();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(log.text(), "");
 }
 
 }  // namespace

@@ -5,21 +5,21 @@
 #include <QCursor>
 #include <QGuiApplication>
 
-#include "color/picker/OffscreenApp.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/QtWait.h"
 
 namespace tw {
 namespace {
 
 class DropperCursorTest : public ::testing::Test {
  protected:
-  void SetUp() override { testing::offscreenApp(); }
   void TearDown() override { restoreCursor(); }
 };
 
 TEST_F(DropperCursorTest, SetsTheDropperWithItsTipAsHotSpotAndLogs) {
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   setDropperCursor();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "cursor changed\n");
+  EXPECT_EQ(log.text(), "cursor changed\n");
   const QCursor* cursor = QGuiApplication::overrideCursor();
   ASSERT_NE(cursor, nullptr);
   EXPECT_EQ(cursor->shape(), Qt::BitmapCursor);

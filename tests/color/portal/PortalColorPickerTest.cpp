@@ -3,65 +3,20 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDeadlineTimer>
-#include <QFile>
-#include <QGuiApplication>
 #include <QProcess>
-#include <QTemporaryDir>
 #include <memory>
 
 #include "color/ColorHelper.h"
 #include "color/ColorStruct.h"
-#include "color/ScreenPickTestSupport.h"
+#include "tests/color/ScreenPickTestSupport.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/PrivateBus.h"
 
 namespace tw {
 namespace {
-
-QGuiApplication& app() {
-  static QGuiApplication* instance = [] {
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
-    static int argc = 1;
-    static char name[] = "portal_test";
-    static char* argv[] = {name, nullptr};
-    return new QGuiApplication(argc, argv);
-  }();
-  return *instance;
-}
-
-class SessionBus {
- public:
-  SessionBus() {
-    QFile config(dir_.filePath(QStringLiteral("bus.conf")));
-    config.open(QIODevice::WriteOnly);
-    config.write(QStringLiteral(
-                     "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-                     "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                     "<busconfig><type>session</type><listen>unix:path=%1</listen>"
-                     "<auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
-                     "<allow own=\"*\"/><allow send_destination=\"*\"/>"
-                     "<allow eavesdrop=\"true\"/></policy></busconfig>\n")
-                     .arg(dir_.filePath(QStringLiteral("socket")))
-                     .toUtf8());
-    config.close();
-    daemon_.start(QStringLiteral("dbus-daemon"),
-                  {QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
-                   QStringLiteral("--print-address=1")});
-    daemon_.waitForReadyRead(10000);
-    address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
-  }
-  ~SessionBus() {
-    daemon_.terminate();
-    daemon_.waitForFinished(5000);
-  }
-  const QString& address() const { return address_; }
-
- private:
-  QTemporaryDir dir_;
-  QProcess daemon_;
-  QString address_;
-};
 
 class FakePortal {
  public:
@@ -105,10 +60,7 @@ bool spinUntil(Predicate done, int ms = 10000) {
 
 class PortalColorPickerTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    app();
-    recorder.clear();
-  }
+  void SetUp() override { recorder.clear(); }
   void TearDown() override {
     helper.reset();
     picker.reset();
@@ -123,7 +75,7 @@ class PortalColorPickerTest : public ::testing::Test {
     helper->mainScreenHeight = helper->mainDisplayPixelsHigh();
   }
 
-  SessionBus bus;
+  testing::PrivateBus bus{testing::PrivateBus::Kind::Session};
   testing::PickRecorder& recorder = testing::PickRecorder::instance();
   std::shared_ptr<portal::PortalColorPicker> picker;
   std::unique_ptr<ColorHelper> helper;
@@ -172,10 +124,10 @@ TEST_F(PortalColorPickerTest, CancelledPickIsAskedAgain) {
 
 TEST_F(PortalColorPickerTest, WithoutPortalThePickFailsQuietly) {
   connect(bus.address());
-  ::testing::internal::CaptureStdout();
+  testing::LogCapture log;
   helper->bPickScreenColor = true;
   spinUntil([] { return false; }, 500);
-  const std::string out = ::testing::internal::GetCapturedStdout();
+  const std::string out = log.text().toStdString();
   EXPECT_NE(out.find("portal: PickColor failed"), std::string::npos) << out;
   EXPECT_TRUE(recorder.newColors.empty());
   EXPECT_TRUE(recorder.mouseDowns.empty());

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "color/picker/OffscreenApp.h"
 #include "resources/NamedImages.h"
+#include "tests/support/QtWait.h"
 
 namespace tw {
 namespace {
@@ -79,7 +79,6 @@ TEST(TintedImage, TintingATintedImageAgainGivesTheNewColour) {
 }
 
 TEST(TintedImage, PixmapFormTintsTheSameWay) {
-  testing::offscreenApp();
   const QPixmap pixmap = QPixmap::fromImage(strip());
   const QPixmap tinted = tintedImage(pixmap, QColor(10, 200, 30));
   EXPECT_EQ(tinted.toImage().pixelColor(1, 0), QColor(10, 200, 30));

@@ -6,7 +6,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 
-#include "color/x11/XvfbServer.h"
+#include "tests/support/XvfbServer.h"
 
 // Readable failure messages.
 inline void PrintTo(const QString& text, std::ostream* os) {

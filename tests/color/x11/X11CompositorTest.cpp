@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "color/x11/XvfbServer.h"
+#include "tests/support/XvfbServer.h"
 
 // Xlib after Qt: its macros clash with Qt headers.
 #include <X11/Xlib.h>

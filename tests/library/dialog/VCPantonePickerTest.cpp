@@ -9,11 +9,11 @@
 #include <QPointer>
 #include <QThread>
 
-#include "color/picker/OffscreenApp.h"
-#include "common/QtWait.h"
 #include "common/TimeScale.h"
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/QtWait.h"
 
 namespace tw {
 namespace {
@@ -36,13 +36,7 @@ class VCPantonePickerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     qputenv("TINTWELL_TIME_SCALE", "0.1");  // 0.3 s -> 30 ms
-    testing::offscreenApp();
     libraryPosts().clear();
-    ::testing::internal::CaptureStdout();
-  }
-  void TearDown() override {
-    const std::string out = ::testing::internal::GetCapturedStdout();
-    if (HasFailure()) std::fputs(out.c_str(), stderr);
   }
   // Shows a new dialog and chooses `row` as a user would: in the list.
   QPointer<VCPantonePicker> openAndChoose(int row) {
@@ -53,6 +47,8 @@ class VCPantonePickerTest : public ::testing::Test {
     Q_EMIT combo->activated(row);
     return dialog;
   }
+
+  testing::LogCapture log_;
 };
 
 TEST_F(VCPantonePickerTest, EveryChoiceClosesTheDialog) {
@@ -72,8 +68,7 @@ TEST_F(VCPantonePickerTest, TheObjectIsTheRowIndexNotTheEntrysText) {
   EXPECT_EQ(std::any_cast<QString>(&posted.object), nullptr);
   ASSERT_TRUE(posted.userInfo.has_value());
   EXPECT_EQ(*posted.userInfo, (UserInfo{{"Library", "Changed"}}));
-  EXPECT_NE(::testing::internal::GetCapturedStdout().find("i pick : 2\n"), std::string::npos);
-  ::testing::internal::CaptureStdout();
+  EXPECT_TRUE(log_.contains(QStringLiteral("i pick : 2")));
 }
 
 TEST_F(VCPantonePickerTest, ChoosingTheSameRowAgainAfterReopeningPostsAgain) {
@@ -112,7 +107,6 @@ TEST_F(VCPantonePickerTest, AComboBoxGoneBeforeTheListOpensIsNotOpened) {
 
 TEST(VCPantonePickerDeathTest, AChoiceWithoutTheComboBoxStopsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  testing::offscreenApp();
   EXPECT_DEATH(
       {
         VCPantonePicker dialog;
@@ -124,7 +118,6 @@ TEST(VCPantonePickerDeathTest, AChoiceWithoutTheComboBoxStopsTheProcess) {
 
 TEST(VCPantonePickerDeathTest, LoadingWithoutTheComboBoxStopsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  testing::offscreenApp();
   EXPECT_DEATH(
       {
         VCPantonePicker dialog;

@@ -1,58 +1,22 @@
 #pragma once
 
+// The fake BlueZ (tests/pen/fake_bluez) as a child process on a private
+// system bus, driven through its control interface.
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusReply>
-#include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
-#include <QTemporaryDir>
 #include <QUuid>
-#include <csignal>
 #include <memory>
 
-#include "common/ChildProcess.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/PrivateBus.h"
 
 namespace tw::testing {
 
-// A private dbus-daemon that calls itself a system bus.
-class PrivateBus {
- public:
-  PrivateBus() {
-    QFile config(dir_.filePath(QStringLiteral("bus.conf")));
-    config.open(QIODevice::WriteOnly);
-    config.write(QStringLiteral(
-                     "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-                     "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                     "<busconfig><type>system</type><listen>unix:path=%1</listen>"
-                     "<auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
-                     "<allow own=\"*\"/><allow send_type=\"method_call\"/>"
-                     "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
-                     "</policy></busconfig>\n")
-                     .arg(dir_.filePath(QStringLiteral("socket")))
-                     .toUtf8());
-    config.close();
-    endWithParent(daemon_);
-    daemon_.setProgram(QStringLiteral("dbus-daemon"));
-    daemon_.setArguments({QStringLiteral("--config-file=") + config.fileName(),
-                          QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});
-    daemon_.start();
-    daemon_.waitForReadyRead(10000);
-    address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
-  }
-  ~PrivateBus() {
-    daemon_.terminate();
-    daemon_.waitForFinished(5000);
-  }
-  const QString& address() const { return address_; }
-
- private:
-  QTemporaryDir dir_;
-  QProcess daemon_;
-  QString address_;
-};
-
-// The fake BlueZ as a child process on that bus, with its control interface.
+// Started with the bus address; ready() once it has taken its name.
 class FakeBluez {
  public:
   explicit FakeBluez(const QString& busAddress, const QStringList& args = {})

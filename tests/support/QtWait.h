@@ -26,4 +26,12 @@ inline void spin(int ms) {
   waitFor([] { return false; }, ms);
 }
 
+// Runs deferred deletions and queued work a few rounds.
+inline void settle() {
+  for (int i = 0; i < 3; ++i) {
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QCoreApplication::processEvents();
+  }
+}
+
 }  // namespace tw::testing
