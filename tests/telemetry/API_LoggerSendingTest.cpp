@@ -256,6 +256,48 @@ TEST_F(SendingTest, ColourPost500AndApplicationPost200KeepColoursAndRestartPushe
   EXPECT_TRUE(logger().bAppUsageApiDone);
 }
 
+// Every non-2xx status the server answers is a response, whichever of them
+// Qt reports as an error of its own: the two status lines, no transport-error
+// line, both posts given up and nothing reset.
+class StatusSendingTest : public SendingTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(StatusSendingTest, NonSuccessStatusPrintsTheStatusLinesNotTheErrorLine) {
+  const int status = GetParam();
+  server->command(QStringLiteral("set * %1").arg(status));
+  countPenColours();
+  pushes(2, 1);
+  const auto applicationRecord = commander().tempApplicationRecord();
+  ::testing::internal::CaptureStdout();
+  logger().sendLogs();
+  // Both posts have ended once each printed its response or error line.
+  QString out;
+  const bool answered = pumpUntil(
+      [&] {
+        out += QString::fromStdString(::testing::internal::GetCapturedStdout());
+        ::testing::internal::CaptureStdout();
+        return out.count(QStringLiteral("\nresponse = ")) + out.count(QStringLiteral("\nerror ")) >=
+               2;
+      },
+      20000);
+  out += QString::fromStdString(::testing::internal::GetCapturedStdout());
+  ASSERT_TRUE(answered) << out.toStdString();
+  const QString statusLine =
+      QStringLiteral("\nstatusCode should be 2xx, but is %1\nresponse = ").arg(status);
+  EXPECT_EQ(out.count(statusLine), 2) << out.toStdString();
+  EXPECT_EQ(out.count(QStringLiteral("\nerror ")), 0) << out.toStdString();
+  EXPECT_EQ(out.count(QStringLiteral(" API 完成 ")), 0) << out.toStdString();
+  EXPECT_TRUE(logger().bColorApiDone);
+  EXPECT_TRUE(logger().bAppUsageApiDone);
+  EXPECT_EQ(color().counter_device, 2);
+  EXPECT_EQ(commander().tempApplicationRecord(), applicationRecord);
+  EXPECT_EQ(applicationRecord->read().PS, 2);
+  EXPECT_EQ(server->requests().size(), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, StatusSendingTest,
+                         ::testing::Values(400, 404, 407, 418, 500, 503),
+                         [](const auto& info) { return "status" + std::to_string(info.param); });
+
 TEST_F(SendingTest, DroppedConnectionIsATransportErrorAndNothingIsReset) {
   server->command(QStringLiteral("set * drop"));
   countPenColours();
