@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QTcpServer>
 #include <QTimer>
 
@@ -111,6 +112,32 @@ TEST_F(TimedSendingTest, NoColourForAWholePeriodSendsNothingNotEvenApplicationUs
   EXPECT_FALSE(logger().bColorApiDone);
   EXPECT_FALSE(logger().bAppUsageApiDone);
   EXPECT_EQ(commander().tempApplicationRecord()->read().PS, 3);
+}
+
+TEST_F(TimedSendingTest, ASecondStartLeavesTheFirstTimerRunningSoTwoTicksComePerPeriod) {
+  // The panel restarts telemetry at every appearance; each start adds a timer.
+  const QPointer<QTimer> first = logger().apiSenderTimer();
+  ASSERT_TRUE(first);
+  ::testing::internal::CaptureStdout();
+  logger().startLogging();
+  QTimer* second = logger().apiSenderTimer();
+  ASSERT_TRUE(first) << "the first timer is gone";
+  ASSERT_NE(second, first.data());
+  EXPECT_TRUE(first->isActive());
+  EXPECT_TRUE(second->isActive());
+  EXPECT_EQ(second->interval(), 3000);
+  int firstTicks = 0;
+  int secondTicks = 0;
+  QObject::connect(first, &QTimer::timeout, [&] { ++firstTicks; });
+  QObject::connect(second, &QTimer::timeout, [&] { ++secondTicks; });
+  // Two periods of the second timer: the first one, started earlier, has
+  // ticked twice by then too.
+  const bool ticked = pumpUntil([&] { return secondTicks >= 2; }, 15000);
+  const QString out = QString::fromStdString(::testing::internal::GetCapturedStdout());
+  ASSERT_TRUE(ticked) << out.toStdString();
+  EXPECT_EQ(firstTicks, 2);
+  EXPECT_EQ(out.count(QStringLiteral("Log Timer is trigger\n")), firstTicks + secondTicks)
+      << out.toStdString();
 }
 
 TEST_F(PostingTickTest, TickWithColoursAndA201RenewsBothRecords) {
