@@ -118,7 +118,7 @@ void ColorHelper::postSample(const std::optional<QColor>& sampled) {
   const qint64 r = channelFromComponent(red);
   const qint64 g = channelFromComponent(green);
   const qint64 b = channelFromComponent(blue);
-  ColorStruct picked{r, g, b, hexText(r, g, b), *sampled};
+  ColorStruct picked{r, g, b, hexText(r, g, b), *sampled, ColorSpace::display};
   NotificationCenter::defaultCenter().post(
       notification::newColor(), picked,
       UserInfo{{notification::quillaKey(), QStringLiteral("NewScreenColor")}});

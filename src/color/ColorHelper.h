@@ -130,7 +130,8 @@ class ColorHelper : public QObject {
   void mouseDownHandler();
   // Samples the pixel at mousePos and posts it as "Notification_New_Color"
   // with {"Quilla": "NewScreenColor"}, when the sampler has it (see
-  // ScreenSampler::sample). A failed capture stops the process.
+  // ScreenSampler::sample); the ColorStruct's colour is in the display's
+  // colour space. A failed capture stops the process.
   void sampleScreenColor();
 
   // The height in device pixels of the display the sampler reads; what the

@@ -166,6 +166,18 @@ TEST_F(ColorHelperTest, PickPostsTheSampledColourItselfAsNewScreenColor) {
   EXPECT_EQ(color->colorHex, hexText(color->iR, color->iG, color->iB));
 }
 
+TEST_F(ColorHelperTest, APickIsPostedInTheDisplaysColourSpace) {
+  sampler->color = QColor::fromRgb(250, 250, 250);
+  helper->installMonitor();
+  helper->bPickScreenColor = true;
+  monitor->click();
+  const auto* color = std::any_cast<ColorStruct>(&recorder.newColors.at(0).object);
+  ASSERT_NE(color, nullptr);
+  EXPECT_EQ(color->colorSpace, ColorSpace::display);
+  // Not the same colour as the start-up colour of the same channels.
+  EXPECT_FALSE(color->hasSameColor(ColorStruct::fromChannels(250, 250, 250)));
+}
+
 TEST_F(ColorHelperTest, EightBitSampleKeepsItsChannels) {
   sampler->color = QColor::fromRgb(171, 205, 239);
   helper->installMonitor();
