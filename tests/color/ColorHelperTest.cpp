@@ -232,6 +232,37 @@ TEST_F(ColorHelperTest, ComponentOneGives255AndHalfGives127) {
   EXPECT_EQ(color->colorHex, QStringLiteral("FF7F00"));
 }
 
+// A sampler that reads components finer than QColor's 16 bits.
+struct ComponentSampler : ScreenSampler {
+  ScreenSample sample_;
+  void sample(QPointF, Completion done) override { done(sample_); }
+};
+
+TEST(ColorHelperComponents, APickIsTruncatedFromTheSamplersOwnComponents) {
+  auto sampler = std::make_shared<ComponentSampler>();
+  // A 5-bit 15 of 31, a portal's 0.999999 and a full channel: 123.39, 254.9997
+  // and 255.0. Through QColor's 16 bits the middle one would become 255.
+  sampler->sample_ = ScreenSample::fromComponents(15.0 / 31.0, 0.999999, 1.0);
+  auto monitor = std::make_shared<FakeClickMonitor>();
+  ColorHelper helper(ScreenBackend{monitor, std::make_shared<FakePointer>(), sampler});
+  PickRecorder& recorder = PickRecorder::instance();
+  recorder.clear();
+  helper.installMonitor();
+  helper.bPickScreenColor = true;
+  ::testing::internal::CaptureStdout();
+  monitor->click();
+  const std::string out = ::testing::internal::GetCapturedStdout();
+  const auto* color = std::any_cast<ColorStruct>(&recorder.newColors.at(0).object);
+  ASSERT_NE(color, nullptr);
+  EXPECT_EQ(color->iR, 123);
+  EXPECT_EQ(color->iG, 254);
+  EXPECT_EQ(color->iB, 255);
+  EXPECT_EQ(color->colorHex, QStringLiteral("7BFEFF"));
+  // The components are logged × 255 as they came.
+  EXPECT_NE(out.find("\n123.38709677419355 254.999745 255.0\n"), std::string::npos) << out;
+  recorder.clear();
+}
+
 TEST_F(ColorHelperTest, MainDisplayHeightComesFromThePointerSource) {
   pointer->height = 1600;
   EXPECT_EQ(helper->mainDisplayPixelsHigh(), 1600);
