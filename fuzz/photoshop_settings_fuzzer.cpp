@@ -1,7 +1,10 @@
-// The rewrite of Photoshop's PSUserConfig.txt (bridge/PhotoshopSettings.h) on
-// any file content: the input is the file.
+// Reading and rewriting Photoshop's PSUserConfig.txt (bridge/PhotoshopSettings.h)
+// on any file content: the input is the file. Bytes that are not UTF-8 must be
+// refused (the caller stops the process on them); text must be patched.
 #include <QByteArray>
-#include <QList>
+#include <QString>
+#include <QStringDecoder>
+#include <QStringList>
 #include <cstdint>
 
 #include "FuzzInput.h"
@@ -10,26 +13,33 @@
 namespace tw {
 namespace {
 
-QList<QByteArray> nonEmptyLines(const QByteArray& text) {
-  QList<QByteArray> lines = text.split('\n');
-  lines.removeIf([](const QByteArray& line) { return line.isEmpty(); });
-  return lines;
-}
+void runOne(const QByteArray& bytes) {
+  const std::optional<QString> original = photoshopSettingsText(bytes);
+  // Valid UTF-8, and only that, survives a lossy decode and re-encode
+  // unchanged: anything else comes back with replacement characters.
+  QStringDecoder lossy(QStringDecoder::Utf8, QStringDecoder::Flag::ConvertInitialBom);
+  const QString lossyText = lossy.decode(bytes);
+  TW_FUZZ_CHECK(original.has_value() == (lossyText.toUtf8() == bytes));
+  if (!original) return;
+  // The text is the file: written back, it gives the same bytes.
+  TW_FUZZ_CHECK(original->toUtf8() == bytes);
 
-void runOne(const QByteArray& original) {
-  const QByteArray line(kWarnRunningScriptsLine);
-  const std::optional<QByteArray> patched = patchedPhotoshopSettings(original);
+  const QString line = QString::fromLatin1(kWarnRunningScriptsLine);
+  const std::optional<QString> patched = patchedPhotoshopSettings(*original);
   // The line holds no line feed, so some line holds it exactly when the file does.
-  TW_FUZZ_CHECK(patched.has_value() == !original.contains(line));
+  TW_FUZZ_CHECK(patched.has_value() == !original->contains(line));
   if (!patched) return;
-  // The user's non-blank lines, byte for byte and in order, then the line,
-  // without a final line feed.
-  QList<QByteArray> expected = nonEmptyLines(original);
+  // The user's non-blank lines, character for character and in order, then
+  // the line, without a final line feed.
+  QStringList expected = original->split(QLatin1Char('\n'), Qt::SkipEmptyParts);
   expected.append(line);
-  TW_FUZZ_CHECK(patched->split('\n') == expected);
+  TW_FUZZ_CHECK(patched->split(QLatin1Char('\n')) == expected);
   TW_FUZZ_CHECK(patched->endsWith(line));
-  TW_FUZZ_CHECK(!patched->contains("\n\n") && !patched->startsWith('\n'));
-  // Patching twice changes nothing more.
+  TW_FUZZ_CHECK(!patched->contains(QStringLiteral("\n\n")) &&
+                !patched->startsWith(QLatin1Char('\n')));
+  // What is written reads back as the same text, and patching it again
+  // changes nothing more.
+  TW_FUZZ_CHECK(photoshopSettingsText(patched->toUtf8()) == patched);
   TW_FUZZ_CHECK(!patchedPhotoshopSettings(*patched).has_value());
 }
 

@@ -103,8 +103,10 @@ void PanelLogic::handleNewColor(const Notification& notification) {
   const ColorStruct color = *incoming;
   {
     std::lock_guard lock(colorMutex_);
-    // A repeated colour is shown again but not stored, pushed or counted.
-    if (!(commander_->newColor().color == color.color)) {
+    // A repeated colour is shown again but not stored, pushed or counted. A
+    // screen pick is never a repeat of a pen or start-up colour: its platform
+    // colour is in another colour space.
+    if (!commander_->newColor().hasSameColor(color)) {
       currentColorStruct_ = color;
       commander_->sendColorToApps(color);
       apiLogger_->countColor(color.iR, color.iG, color.iB);

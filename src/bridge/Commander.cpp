@@ -114,14 +114,17 @@ void Commander::patchPhotoshopSettings(int version) {
       if (!file.open(QIODevice::ReadOnly)) {
         fatalStop(("cannot read " + path + ": " + file.errorString()).toStdString());
       }
-      const QByteArray original = file.readAll();
+      const QByteArray bytes = file.readAll();
       if (file.error() != QFileDevice::NoError) {
         fatalStop(("cannot read " + path + ": " + file.errorString()).toStdString());
       }
       file.close();
-      const std::optional<QByteArray> patched = patchedPhotoshopSettings(original);
+      // The file is read as UTF-8 text; anything else is as fatal as a failed read.
+      const std::optional<QString> original = photoshopSettingsText(bytes);
+      if (!original) fatalStop(("cannot read " + path + ": not UTF-8 text").toStdString());
+      const std::optional<QString> patched = patchedPhotoshopSettings(*original);
       if (!patched) return;
-      writeSettingsOrStop(path, *patched);
+      writeSettingsOrStop(path, patched->toUtf8());
     }
   }
   checkPhotoshopRestart();

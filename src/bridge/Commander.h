@@ -61,7 +61,8 @@ class Commander : public ApplicationUsageCounters {
   std::optional<QString> scriptDirectory() const;
   // Adds "WarnRunningScripts 0" to PSUserConfig.txt of Photoshop `version`
   // (0: CC 2019, 1: 2020, else 2021) unless a line already holds it; a missing
-  // settings folder is skipped. Read or write failures stop the process.
+  // settings folder is skipped. A file that cannot be read as UTF-8 text, or
+  // cannot be written, stops the process.
   void patchPhotoshopSettings(int version);
   // Scans, and if the running Photoshop's path names 2019 or 2020, asks the
   // user to restart it. Blocks while the alert is shown.

@@ -51,6 +51,25 @@ qint64 channelFromComponent(double component) {
   return truncatedToInt64(component * 255.0, "colour component");
 }
 
+ScreenSample::ScreenSample(const QColor& sampled) : color(sampled) {
+  // Doubles from QColor's 16-bit channels (redF() is a float): an 8-bit
+  // channel v then gives exactly v / 255.0.
+  const QRgba64 channels = sampled.rgba64();
+  red = channels.red() / 65535.0;
+  green = channels.green() / 65535.0;
+  blue = channels.blue() / 65535.0;
+}
+
+ScreenSample ScreenSample::fromComponents(double red, double green, double blue) {
+  ScreenSample sample;
+  sample.red = red;
+  sample.green = green;
+  sample.blue = blue;
+  sample.color = QColor::fromRgbF(static_cast<float>(red), static_cast<float>(green),
+                                  static_cast<float>(blue), 1.0f);
+  return sample;
+}
+
 PickFlag& PickFlag::operator=(bool armed) {
   value_.store(armed);
   if (armed && onArmed_) onArmed_();
@@ -98,27 +117,22 @@ void ColorHelper::mouseDownHandler() {
 
 void ColorHelper::sampleScreenColor() {
   if (!mousePos) fatalStop("mousePos is absent");
-  backend_.sampler->sample(*mousePos,
-                           [self = QPointer<ColorHelper>(this)](std::optional<QColor> sampled) {
-                             if (self) self->postSample(sampled);
-                           });
+  backend_.sampler->sample(
+      *mousePos, [self = QPointer<ColorHelper>(this)](std::optional<ScreenSample> sampled) {
+        if (self) self->postSample(sampled);
+      });
 }
 
-void ColorHelper::postSample(const std::optional<QColor>& sampled) {
-  if (!sampled || !sampled->isValid()) fatalStop("screen capture failed");
+void ColorHelper::postSample(const std::optional<ScreenSample>& sampled) {
+  if (!sampled || !sampled->color.isValid()) fatalStop("screen capture failed");
 
-  // Components in double from QColor's 16-bit channels (redF() is a float):
-  // an 8-bit channel v then gives exactly v / 255.0.
-  const QRgba64 channels = sampled->rgba64();
-  const double red = channels.red() / 65535.0;
-  const double green = channels.green() / 65535.0;
-  const double blue = channels.blue() / 65535.0;
-  logLine(describe(red * 255.0) + ' ' + describe(green * 255.0) + ' ' + describe(blue * 255.0));
-
-  const qint64 r = channelFromComponent(red);
-  const qint64 g = channelFromComponent(green);
-  const qint64 b = channelFromComponent(blue);
-  ColorStruct picked{r, g, b, hexText(r, g, b), *sampled};
+  // The components as the screen gave them, truncated here and only here.
+  logLine(describe(sampled->red * 255.0) + ' ' + describe(sampled->green * 255.0) + ' ' +
+          describe(sampled->blue * 255.0));
+  const qint64 r = channelFromComponent(sampled->red);
+  const qint64 g = channelFromComponent(sampled->green);
+  const qint64 b = channelFromComponent(sampled->blue);
+  ColorStruct picked{r, g, b, hexText(r, g, b), sampled->color, ColorSpace::display};
   NotificationCenter::defaultCenter().post(
       notification::newColor(), picked,
       UserInfo{{notification::quillaKey(), QStringLiteral("NewScreenColor")}});

@@ -42,13 +42,30 @@ class PointerSource {
   virtual qint64 mainDisplayPixelsHigh() = 0;
 };
 
+// One pixel as the screen gave it: its red, green and blue components as
+// fractions from 0 to 1, at the precision the source has (an X11 channel's
+// value over its maximum, the portal's doubles), and the colour itself.
+struct ScreenSample {
+  double red = 0.0;
+  double green = 0.0;
+  double blue = 0.0;
+  QColor color;
+
+  ScreenSample() = default;
+  // A colour as QColor holds it: the components are its 16-bit channels /
+  // 65535. Implicit, so a sampler whose source is a QColor can hand it on.
+  ScreenSample(const QColor& sampled);
+  // Components kept as given; the colour is made from them, alpha 1.0.
+  static ScreenSample fromComponents(double red, double green, double blue);
+};
+
 // Reads one device pixel of the screen.
 class ScreenSampler {
  public:
-  using Completion = std::function<void(std::optional<QColor>)>;
+  using Completion = std::function<void(std::optional<ScreenSample>)>;
   virtual ~ScreenSampler() = default;
   // Reads the device pixel whose top-left-origin coordinates are `at`
-  // (fractions truncated) and calls `done` with its colour, or with nullopt
+  // (fractions truncated) and calls `done` with it, or with nullopt
   // when the capture fails. `done` runs exactly once on the main thread,
   // before sample() returns or later: a backend may first let the screen
   // settle, so that windows just closed (the picking window) are gone from it.
@@ -130,7 +147,8 @@ class ColorHelper : public QObject {
   void mouseDownHandler();
   // Samples the pixel at mousePos and posts it as "Notification_New_Color"
   // with {"Quilla": "NewScreenColor"}, when the sampler has it (see
-  // ScreenSampler::sample). A failed capture stops the process.
+  // ScreenSampler::sample); the ColorStruct's colour is in the display's
+  // colour space. A failed capture stops the process.
   void sampleScreenColor();
 
   // The height in device pixels of the display the sampler reads; what the
@@ -138,7 +156,7 @@ class ColorHelper : public QObject {
   qint64 mainDisplayPixelsHigh() const;
 
  private:
-  void postSample(const std::optional<QColor>& sampled);
+  void postSample(const std::optional<ScreenSample>& sampled);
 
   ScreenBackend backend_;
 };

@@ -42,7 +42,8 @@ void API_Logger::startLogging() {
     colorRecord_ = std::move(color);
     applicationRecord_ = std::make_shared<ApplicationRecord>();
   }
-  delete apiSenderTimer_;
+  // A timer from an earlier start is not stopped: it keeps ticking beside the
+  // new one, and the sender, its parent, frees it at the end.
   apiSenderTimer_ = new QTimer(this);
   apiSenderTimer_->setTimerType(Qt::PreciseTimer);
   apiSenderTimer_->setSingleShot(false);

@@ -39,7 +39,9 @@ class API_Logger : public QObject {
   // repeating 600-second timer (scaled by TINTWELL_TIME_SCALE) on this
   // object's thread; the first tick comes a whole period later. The timer only
   // runs where an event loop can (after the application object exists). A
-  // second call replaces the timer.
+  // second call starts another timer and leaves the first one running (both
+  // owned by the sender): the panel restarts telemetry at every appearance,
+  // and each restart adds a tick per period.
   void startLogging();
 
   // Posts both records if any colour was counted: stamps and closes the colour
@@ -57,7 +59,7 @@ class API_Logger : public QObject {
   // End of one failed POST: counts both as done and answers a waiting quit.
   void usageFailed();
 
-  // The repeating send timer; absent before startLogging.
+  // The repeating send timer of the last startLogging; absent before the first.
   QTimer* apiSenderTimer() const { return apiSenderTimer_; }
 
   // Where the posts travel; set before the first send.

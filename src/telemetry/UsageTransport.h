@@ -14,8 +14,10 @@ namespace tw {
 struct UsageRequest {
   QUrl url;
   QByteArray method;
-  // Exactly the header fields the sender sets; the transport adds only what
-  // the protocol itself needs (host, length, connection).
+  // Exactly the header fields the sender sets. The HTTP stack adds its own to
+  // what goes out; Qt 6.4 adds Host, Content-Length, Connection ("Keep-Alive"),
+  // Accept-Encoding (the encodings it can decode), Accept-Language (from the
+  // system locale; "en,*" in the C locale) and User-Agent ("Mozilla/5.0").
   QList<std::pair<QByteArray, QByteArray>> headers;
   QByteArray body;
   int timeoutMs = 0;  // gives up after this long without progress
@@ -37,9 +39,10 @@ struct UsageResponse {
 // - The completion runs exactly once, on the thread the transport lives on,
 //   unless the transport is destroyed first (then never).
 // - A response that arrived is reported with its status whatever the status
-//   is (a 500 is an answer, not an error); `data` is then present (possibly
-//   empty). A transport failure (no answer, TLS refusal, time-out, connection
-//   dropped) gives an error text and, typically, no data and no response.
+//   is (a 404, 407 or 500 is an answer, not an error); `data` is then present
+//   (possibly empty). A transport failure (no answer, TLS refusal, time-out,
+//   connection dropped, an answer cut short) gives an error text and,
+//   typically, no data and no response.
 // - Certificates are always verified; an untrusted server is a failure.
 class UsageTransport {
  public:

@@ -20,6 +20,7 @@
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "events/Notifications.h"
+#include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
 #include "tests/support/QtWait.h"
@@ -283,6 +284,72 @@ TEST_F(PanelLogicTest, APanelGoingWhileAPenColourIsBeingPushedWaitsForThePush) {
   // Later colours reach no panel.
   postPenColour(ColorStruct::fromChannels(1, 1, 1));
   EXPECT_EQ(launches(), QStringList{"done"});
+}
+
+// The panel with a colour helper on fake screen seams: picks take the real
+// path from the click through the sampler to the notification.
+class PanelScreenPickTest : public PanelLogicTest {
+ protected:
+  void SetUp() override {
+    PanelLogicTest::SetUp();
+    panel_.reset();
+    PanelParts parts;
+    parts.central = [](pen::CentralDelegate* d, QThread* q) {
+      return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
+    };
+    parts.host = std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
+        std::vector<RunningApplication>{{QStringLiteral("Photoshop.exe"), kPhotoshop}}));
+    parts.alerts = std::make_shared<SilentAlertPresenter>();
+    parts.transport = transport_;
+    parts.colorHelper = [this] {
+      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
+    };
+    panel_ = std::make_unique<PanelLogic>(view_, noAnswer_, std::move(parts));
+    panel_->viewDidLoad();
+    panel_->colorHelper()->installMonitor();
+  }
+  // A screen pick as the desktop panel runs it: armed, the panel appears
+  // again (the pick brings its window back, re-posting the start-up colour),
+  // then the pixel is read.
+  void pick(const QColor& pixel) {
+    sampler_->color = pixel;
+    panel_->colorHelper()->bPickScreenColor = true;
+    panel_->armScreenPickCount();
+    panel_->appear();
+    monitor_->click();
+  }
+
+  std::shared_ptr<testing::FakeClickMonitor> monitor_ =
+      std::make_shared<testing::FakeClickMonitor>();
+  std::shared_ptr<testing::FakePointer> pointer_ = std::make_shared<testing::FakePointer>();
+  std::shared_ptr<testing::FakeSampler> sampler_ = std::make_shared<testing::FakeSampler>();
+};
+
+TEST_F(PanelScreenPickTest, PickingTheStartUpColourFromTheScreenPushesAndCountsIt) {
+  panel_->appear();
+  pick(QColor(250, 250, 250));
+  // Shown three times: at start, when the panel comes back, and as the pick.
+  ASSERT_TRUE(waitFor([&] { return view_.count("color #FAFAFA") == 3; }));
+  EXPECT_EQ(photoshopPushes(), 1);
+  EXPECT_EQ(launches().size(), 1);
+  EXPECT_EQ(record().colors_screen, ",#FAFAFA");
+  EXPECT_EQ(record().counter_screen, 1);
+  EXPECT_EQ(record().counter_device, 0);
+}
+
+TEST_F(PanelScreenPickTest, PickingTheChannelsOfThePenColourJustBeforeItPushesAndCountsThem) {
+  // The pen's colour arrives while the screen settles before the read.
+  panel_->appear();
+  sampler_->deferred = true;
+  pick(QColor(18, 52, 86));
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  sampler_->finish();
+  ASSERT_TRUE(waitFor([&] { return view_.count("color #123456") == 2; }));
+  EXPECT_EQ(photoshopPushes(), 2);
+  EXPECT_EQ(launches().size(), 2);
+  // The armed pick's count went to the colour counted first, the pen's.
+  EXPECT_EQ(record().colors_screen, ",#123456");
+  EXPECT_EQ(record().colors_device, ",#123456");
 }
 
 TEST(PanelLogicDeathTest, ANewColourWithoutAColorStructStopsTheProcess) {

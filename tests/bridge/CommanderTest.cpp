@@ -291,12 +291,22 @@ TEST_F(CommanderTest, UnwritableSettingsFileStopsTheProcess) {
   EXPECT_EQ(readBytes(env.settingsFolder(1)), "a file, not a folder");
 }
 
-TEST_F(CommanderTest, SettingsFileThatIsNotUtf8IsPatchedWithItsBytesKept) {
-  // Latin-1 "é" and a stray continuation byte: kept byte for byte.
-  const QByteArray original = "# Caf\xe9 \x80\n\nKeep 1\n";
+TEST_F(CommanderTest, SettingsFileThatIsNotUtf8StopsTheProcessWithOneLineAndIsLeftAsItIs) {
+  // Latin-1 "é": the file cannot be read as UTF-8 text.
+  const QByteArray original = "# Caf\xe9\n\nKeep 1\n";
   writeBytes(env.settingsFile(2), original);
+  auto commander = makeCommander();
+  EXPECT_DEATH(commander->patchPhotoshopSettings(2),
+               "^tintwell: fatal: cannot read [^\n]*/Adobe Photoshop 2021 Settings/"
+               "PSUserConfig\\.txt: not UTF-8 text\n$");
+  EXPECT_EQ(readBytes(env.settingsFile(2)), original);
+}
+
+TEST_F(CommanderTest, Utf8SettingsFileKeepsItsByteOrderMarkAndOtherCharacters) {
+  writeBytes(env.settingsFile(2), "\xef\xbb\xbf# Caf\xc3\xa9\r\n\nKeep 1\n");
   makeCommander()->patchPhotoshopSettings(2);
-  EXPECT_EQ(readBytes(env.settingsFile(2)), "# Caf\xe9 \x80\nKeep 1\nWarnRunningScripts 0");
+  EXPECT_EQ(readBytes(env.settingsFile(2)),
+            "\xef\xbb\xbf# Caf\xc3\xa9\r\nKeep 1\nWarnRunningScripts 0");
 }
 
 TEST_F(CommanderTest, NoLibraryFolderSkipsEveryVersion) {

@@ -167,6 +167,18 @@ TEST_F(ColorHelperTest, PickPostsTheSampledColourItselfAsNewScreenColor) {
   EXPECT_EQ(color->colorHex, hexText(color->iR, color->iG, color->iB));
 }
 
+TEST_F(ColorHelperTest, APickIsPostedInTheDisplaysColourSpace) {
+  sampler->color = QColor::fromRgb(250, 250, 250);
+  helper->installMonitor();
+  helper->bPickScreenColor = true;
+  monitor->click();
+  const auto* color = std::any_cast<ColorStruct>(&recorder.newColors.at(0).object);
+  ASSERT_NE(color, nullptr);
+  EXPECT_EQ(color->colorSpace, ColorSpace::display);
+  // Not the same colour as the start-up colour of the same channels.
+  EXPECT_FALSE(color->hasSameColor(ColorStruct::fromChannels(250, 250, 250)));
+}
+
 TEST_F(ColorHelperTest, EightBitSampleKeepsItsChannels) {
   sampler->color = QColor::fromRgb(171, 205, 239);
   helper->installMonitor();
@@ -219,6 +231,40 @@ TEST_F(ColorHelperTest, ComponentOneGives255AndHalfGives127) {
   EXPECT_EQ(color->iG, 127);
   EXPECT_EQ(color->iB, 0);
   EXPECT_EQ(color->colorHex, QStringLiteral("FF7F00"));
+}
+
+// A sampler that reads components finer than QColor's 16 bits.
+struct ComponentSampler : ScreenSampler {
+  ScreenSample sample_;
+  void sample(QPointF, Completion done) override { done(sample_); }
+};
+
+TEST(ColorHelperComponents, APickIsTruncatedFromTheSamplersOwnComponents) {
+  auto sampler = std::make_shared<ComponentSampler>();
+  // A 5-bit 15 of 31, a portal's 0.999999 and a full channel: 123.39, 254.9997
+  // and 255.0. Through QColor's 16 bits the middle one would become 255.
+  sampler->sample_ = ScreenSample::fromComponents(15.0 / 31.0, 0.999999, 1.0);
+  auto monitor = std::make_shared<FakeClickMonitor>();
+  ColorHelper helper(ScreenBackend{monitor, std::make_shared<FakePointer>(), sampler});
+  PickRecorder& recorder = PickRecorder::instance();
+  recorder.clear();
+  helper.installMonitor();
+  helper.bPickScreenColor = true;
+  std::string out;
+  {
+    testing::LogCapture log;
+    monitor->click();
+    out = log.text().toStdString();
+  }
+  const auto* color = std::any_cast<ColorStruct>(&recorder.newColors.at(0).object);
+  ASSERT_NE(color, nullptr);
+  EXPECT_EQ(color->iR, 123);
+  EXPECT_EQ(color->iG, 254);
+  EXPECT_EQ(color->iB, 255);
+  EXPECT_EQ(color->colorHex, QStringLiteral("7BFEFF"));
+  // The components are logged × 255 as they came.
+  EXPECT_NE(out.find("\n123.38709677419355 254.999745 255.0\n"), std::string::npos) << out;
+  recorder.clear();
 }
 
 TEST_F(ColorHelperTest, MainDisplayHeightComesFromThePointerSource) {

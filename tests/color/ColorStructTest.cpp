@@ -34,10 +34,39 @@ TEST(ColorStruct, SameChannelsInAnotherColourSpaceAreNotEqual) {
 
 TEST(ColorStruct, PlatformColourMatchesAnEightBitSample) {
   // A screen sample arrives as 8-bit channels; the pen's colour is built from
-  // fractions. Both must compare equal for the same channels.
+  // fractions. Their components agree for the same channels (what keeps a
+  // pick apart from a pen colour is its colour space).
   for (int v = 0; v < 256; ++v) {
     EXPECT_EQ(platformColor(v, 255 - v, v / 2), QColor(v, 255 - v, v / 2)) << v;
   }
+}
+
+TEST(ColorStruct, ColoursBuiltFromChannelsAreInTheDeviceIndependentSpace) {
+  EXPECT_EQ(ColorStruct::fromChannels(1, 2, 3).colorSpace, ColorSpace::deviceIndependentRgb);
+  EXPECT_EQ(ColorStruct{}.colorSpace, ColorSpace::deviceIndependentRgb);
+}
+
+TEST(ColorStruct, AScreenColourNeverHasTheSameColourAsOneBuiltFromItsChannels) {
+  const ColorStruct built = ColorStruct::fromChannels(250, 250, 250);
+  ColorStruct picked = built;
+  picked.colorSpace = ColorSpace::display;
+  EXPECT_EQ(picked.color, built.color);
+  EXPECT_FALSE(picked.hasSameColor(built));
+  EXPECT_FALSE(built.hasSameColor(picked));
+  EXPECT_NE(picked, built);
+}
+
+TEST(ColorStruct, SameSpaceAndEqualColoursAreTheSameColour) {
+  const ColorStruct a = ColorStruct::fromChannels(18, 52, 86);
+  EXPECT_TRUE(a.hasSameColor(ColorStruct::fromChannels(18, 52, 86)));
+  EXPECT_FALSE(a.hasSameColor(ColorStruct::fromChannels(18, 52, 87)));
+  ColorStruct picked = a;
+  picked.colorSpace = ColorSpace::display;
+  ColorStruct pickedAgain = picked;
+  EXPECT_TRUE(picked.hasSameColor(pickedAgain));
+  // Equal components in another spec are another platform colour.
+  pickedAgain.color = picked.color.toHsv();
+  EXPECT_FALSE(picked.hasSameColor(pickedAgain));
 }
 
 }  // namespace

@@ -9,17 +9,17 @@ namespace tw::testing {
 PrivateBus::PrivateBus(Kind kind) : kind_(kind) {
   QFile config(dir_.filePath(QStringLiteral("bus.conf")));
   if (!config.open(QIODevice::WriteOnly)) return;
-  config.write(QStringLiteral(
-                   "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
-                   "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                   "<busconfig><type>%1</type><listen>unix:path=%2</listen>"
-                   "<auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
-                   "<allow own=\"*\"/><allow send_type=\"method_call\"/>"
-                   "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
-                   "<allow eavesdrop=\"true\"/></policy></busconfig>\n")
-                   .arg(kind == Kind::System ? QStringLiteral("system") : QStringLiteral("session"),
-                        dir_.filePath(QStringLiteral("socket")))
-                   .toUtf8());
+  config.write(
+      QStringLiteral("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration "
+                     "1.0//EN\" \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+                     "<busconfig><type>%1</type><listen>unix:path=%2</listen>"
+                     "<auth>EXTERNAL</auth><policy context=\"default\"><allow user=\"*\"/>"
+                     "<allow own=\"*\"/><allow send_type=\"method_call\"/>"
+                     "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
+                     "<allow eavesdrop=\"true\"/></policy></busconfig>\n")
+          .arg(kind == Kind::System ? QStringLiteral("system") : QStringLiteral("session"),
+               dir_.filePath(QStringLiteral("socket")))
+          .toUtf8());
   config.close();
   endWithParent(daemon_);
   daemon_.setProgram(QStringLiteral("dbus-daemon"));

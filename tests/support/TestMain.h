@@ -18,8 +18,8 @@ class BeforeApplication {
 #define TW_BEFORE_APPLICATION_CAT2(a, b) a##b
 #define TW_BEFORE_APPLICATION_CAT(a, b) TW_BEFORE_APPLICATION_CAT2(a, b)
 // TW_BEFORE_APPLICATION([] { qputenv("TINTWELL_TIME_SCALE", "0.01"); });
-#define TW_BEFORE_APPLICATION(step)                                                   \
-  static const ::tw::testing::BeforeApplication TW_BEFORE_APPLICATION_CAT(          \
-      twBeforeApplication, __LINE__) {                                              \
-    step                                                                            \
+#define TW_BEFORE_APPLICATION(step)                                                            \
+  static const ::tw::testing::BeforeApplication TW_BEFORE_APPLICATION_CAT(twBeforeApplication, \
+                                                                          __LINE__) {          \
+    step                                                                                       \
   }

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QTcpServer>
 #include <QTimer>
 
 #include "telemetry/Reachability.h"
+#include "tests/support/LogCapture.h"
 #include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {
@@ -111,6 +113,32 @@ TEST_F(TimedSendingTest, NoColourForAWholePeriodSendsNothingNotEvenApplicationUs
   EXPECT_FALSE(logger().bColorApiDone);
   EXPECT_FALSE(logger().bAppUsageApiDone);
   EXPECT_EQ(commander().tempApplicationRecord()->read().PS, 3);
+}
+
+TEST_F(TimedSendingTest, ASecondStartLeavesTheFirstTimerRunningSoTwoTicksComePerPeriod) {
+  // The panel restarts telemetry at every appearance; each start adds a timer.
+  const QPointer<QTimer> first = logger().apiSenderTimer();
+  ASSERT_TRUE(first);
+  testing::LogCapture log;
+  logger().startLogging();
+  QTimer* second = logger().apiSenderTimer();
+  ASSERT_TRUE(first) << "the first timer is gone";
+  ASSERT_NE(second, first.data());
+  EXPECT_TRUE(first->isActive());
+  EXPECT_TRUE(second->isActive());
+  EXPECT_EQ(second->interval(), 3000);
+  int firstTicks = 0;
+  int secondTicks = 0;
+  QObject::connect(first, &QTimer::timeout, [&] { ++firstTicks; });
+  QObject::connect(second, &QTimer::timeout, [&] { ++secondTicks; });
+  // Two periods of the second timer: the first one, started earlier, has
+  // ticked twice by then too.
+  const bool ticked = pumpUntil([&] { return secondTicks >= 2; }, 15000);
+  const QString out = log.text();
+  ASSERT_TRUE(ticked) << out.toStdString();
+  EXPECT_EQ(firstTicks, 2);
+  EXPECT_EQ(out.count(QStringLiteral("Log Timer is trigger\n")), firstTicks + secondTicks)
+      << out.toStdString();
 }
 
 TEST_F(PostingTickTest, TickWithColoursAndA201RenewsBothRecords) {
@@ -255,6 +283,47 @@ TEST_F(SendingTest, ColourPost500AndApplicationPost200KeepColoursAndRestartPushe
   EXPECT_TRUE(logger().bColorApiDone);
   EXPECT_TRUE(logger().bAppUsageApiDone);
 }
+
+// Every non-2xx status the server answers is a response, whichever of them
+// Qt reports as an error of its own: the two status lines, no transport-error
+// line, both posts given up and nothing reset.
+class StatusSendingTest : public SendingTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(StatusSendingTest, NonSuccessStatusPrintsTheStatusLinesNotTheErrorLine) {
+  const int status = GetParam();
+  server->command(QStringLiteral("set * %1").arg(status));
+  countPenColours();
+  pushes(2, 1);
+  const auto applicationRecord = commander().tempApplicationRecord();
+  testing::LogCapture log;
+  logger().sendLogs();
+  // Both posts have ended once each printed its response or error line.
+  QString out;
+  const bool answered = pumpUntil(
+      [&] {
+        out = log.text();
+        return out.count(QStringLiteral("\nresponse = ")) + out.count(QStringLiteral("\nerror ")) >=
+               2;
+      },
+      20000);
+  out = log.text();
+  ASSERT_TRUE(answered) << out.toStdString();
+  const QString statusLine =
+      QStringLiteral("\nstatusCode should be 2xx, but is %1\nresponse = ").arg(status);
+  EXPECT_EQ(out.count(statusLine), 2) << out.toStdString();
+  EXPECT_EQ(out.count(QStringLiteral("\nerror ")), 0) << out.toStdString();
+  EXPECT_EQ(out.count(QStringLiteral(" API 完成 ")), 0) << out.toStdString();
+  EXPECT_TRUE(logger().bColorApiDone);
+  EXPECT_TRUE(logger().bAppUsageApiDone);
+  EXPECT_EQ(color().counter_device, 2);
+  EXPECT_EQ(commander().tempApplicationRecord(), applicationRecord);
+  EXPECT_EQ(applicationRecord->read().PS, 2);
+  EXPECT_EQ(server->requests().size(), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, StatusSendingTest,
+                         ::testing::Values(400, 404, 407, 418, 500, 503),
+                         [](const auto& info) { return "status" + std::to_string(info.param); });
 
 TEST_F(SendingTest, DroppedConnectionIsATransportErrorAndNothingIsReset) {
   server->command(QStringLiteral("set * drop"));

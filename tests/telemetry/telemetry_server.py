@@ -6,7 +6,9 @@ Prints {"event": "port", "port": n} once listening, then one JSON line per event
    "body": <base64 of the raw body>, "answer": <what it did>}
   {"event": "tls_error", "detail": ...} for a refused handshake.
 Behaviour per path is driven by lines on stdin:
-  set <path|*> <answer>        answer from now on (200, 201, 500, hang, drop)
+  set <path|*> <answer>        answer from now on: a status (any code, 200, 404,
+                               503 ...), hang, drop, or cut (a 200 head whose body
+                               stops short and the connection closes)
   next <path|*> <a1,a2,...>    answers for the next requests, then the set one
   fail-every <n>               every n-th request (any path) answers 500
 """
@@ -68,6 +70,19 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.close_connection = True
             return
         if answer == "drop":
+            try:
+                self.connection.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+            self.close_connection = True
+            return
+        if answer == "cut":
+            self.send_response(200)
+            self.send_header("Content-Type", "application/json")
+            self.send_header("Content-Length", "100")
+            self.end_headers()
+            self.wfile.write(b'{"ok":')
+            self.wfile.flush()
             try:
                 self.connection.shutdown(socket.SHUT_RDWR)
             except OSError:

@@ -22,6 +22,10 @@ const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
 
 }  // namespace
 
+double portalComponent(double value) { return std::clamp(value, 0.0, 1.0); }
+
+qint64 portalChannel(double value) { return channelFromComponent(portalComponent(value)); }
+
 PortalColorPicker::PortalColorPicker(QDBusConnection bus) : bus_(std::move(bus)) {}
 
 void PortalColorPicker::addHandler(Handler handler) { handlers_.push_back(std::move(handler)); }
@@ -108,11 +112,14 @@ void PortalColorPicker::onResponse(uint response, const QVariantMap& results) {
   color.beginStructure();
   color >> red >> green >> blue;
   color.endStructure();
-  // Kept at QColor's 16 bits per channel; ColorHelper truncates component × 255.
-  auto sixteen = [](double c) {
-    return static_cast<quint16>(std::lround(std::clamp(c, 0.0, 1.0) * 65535.0));
-  };
-  picked_ = QColor(QRgba64::fromRgba64(sixteen(red), sixteen(green), sixteen(blue), 65535));
+  if (!std::isfinite(red) || !std::isfinite(green) || !std::isfinite(blue)) {
+    logLine(std::string_view("portal: PickColor answered no usable colour"));
+    return;
+  }
+  // Kept as the doubles they are: ColorHelper truncates component × 255, and a
+  // detour through 16 bits would round some of them up a channel.
+  picked_ = ScreenSample::fromComponents(portalComponent(red), portalComponent(green),
+                                         portalComponent(blue));
   logLine(std::string_view("portal: PickColor answered"));
   const auto handlers = handlers_;
   for (const auto& handler : handlers) handler();

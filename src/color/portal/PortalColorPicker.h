@@ -12,6 +12,13 @@
 
 namespace tw::portal {
 
+// A component of the portal's colour as the pick reads it: the double as the
+// portal sent it, limited to 0 to 1, never rounded to QColor's 16 bits first.
+double portalComponent(double value);
+// Its 8-bit channel: the component × 255 truncated toward zero (0.5 gives 127,
+// 0.999999 gives 254, 1.0 gives 255).
+qint64 portalChannel(double value);
+
 // Screen picking where there is no global click monitor (Wayland): the desktop
 // portal's interactive org.freedesktop.portal.Screenshot.PickColor. Arming a
 // pick asks the portal; the user's click in the portal's picker is reported as
@@ -45,7 +52,7 @@ class PortalColorPicker : public QObject,
   QDBusConnection bus_;
   std::vector<Handler> handlers_;
   QString requestPath_;  // the request we wait for; empty when none is out
-  std::optional<QColor> picked_;
+  std::optional<ScreenSample> picked_;
   unsigned tokenCounter_ = 0;
 };
 

@@ -11,19 +11,24 @@
 
 namespace tw::x11 {
 
-namespace {
-
-// The channel that `mask` selects from a TrueColor pixel, scaled to 8 bits.
-int channel(unsigned long pixel, unsigned long mask) {
-  if (mask == 0) return 0;
+double pixelComponent(unsigned long pixel, unsigned long mask) {
+  if (mask == 0) return 0.0;
   int shift = 0;
   while (((mask >> shift) & 1UL) == 0) ++shift;
   const unsigned long maximum = mask >> shift;
   const unsigned long value = (pixel & mask) >> shift;
-  return static_cast<int>((value * 255UL + maximum / 2) / maximum);
+  return static_cast<double>(value) / static_cast<double>(maximum);
 }
 
-}  // namespace
+double colormapComponent(unsigned short value) { return value / 65535.0; }
+
+qint64 pixelChannel(unsigned long pixel, unsigned long mask) {
+  return channelFromComponent(pixelComponent(pixel, mask));
+}
+
+qint64 colormapChannel(unsigned short value) {
+  return channelFromComponent(colormapComponent(value));
+}
 
 X11ScreenSampler::X11ScreenSampler(std::shared_ptr<X11Connection> connection)
     : connection_(std::move(connection)) {}
@@ -32,13 +37,13 @@ void X11ScreenSampler::sample(QPointF at, Completion done) {
   // Let the server see the picking window's unmap first.
   syncQtConnection();
   QTimer::singleShot(kSettleMs, [connection = connection_, at, done = std::move(done)] {
-    const std::optional<QColor> color = X11ScreenSampler(connection).colorAt(at);
+    const std::optional<ScreenSample> color = X11ScreenSampler(connection).colorAt(at);
     connection->readQueuedEvents();
     done(color);
   });
 }
 
-std::optional<QColor> X11ScreenSampler::colorAt(QPointF at) {
+std::optional<ScreenSample> X11ScreenSampler::colorAt(QPointF at) {
   Display* display = connection_->display();
   if (!display) return std::nullopt;
   const double x = std::trunc(at.x());
@@ -62,10 +67,13 @@ std::optional<QColor> X11ScreenSampler::colorAt(QPointF at) {
     XColor color{};
     color.pixel = pixel;
     XQueryColor(display, DefaultColormap(display, DefaultScreen(display)), &color);
-    return QColor::fromRgb(color.red >> 8, color.green >> 8, color.blue >> 8);
+    return ScreenSample::fromComponents(colormapComponent(color.red),
+                                        colormapComponent(color.green),
+                                        colormapComponent(color.blue));
   }
-  return QColor::fromRgb(channel(pixel, redMask), channel(pixel, greenMask),
-                         channel(pixel, blueMask));
+  return ScreenSample::fromComponents(pixelComponent(pixel, redMask),
+                                      pixelComponent(pixel, greenMask),
+                                      pixelComponent(pixel, blueMask));
 }
 
 }  // namespace tw::x11

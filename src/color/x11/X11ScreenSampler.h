@@ -8,6 +8,21 @@ namespace tw::x11 {
 
 class X11Connection;
 
+// A pixel's component as the pick reads it: the fraction of its maximum, so
+// that × 255 truncated toward zero gives its 8-bit channel on any visual.
+//
+// TrueColor (and DirectColor images): the channel that `mask` selects, value /
+// (mask >> its shift); 0 for an empty mask. A 5-bit channel of 15 is 15 / 31.
+double pixelComponent(unsigned long pixel, unsigned long mask);
+// Colormap visuals (PseudoColor and the like): an XColor component, value / 65535.
+double colormapComponent(unsigned short value);
+
+// The 8-bit channels a pick gets from these: the fraction × 255 truncated
+// toward zero (channelFromComponent), never a shift or a rounding. 5 bits: 31
+// gives 255, 15 gives 123, 3 gives 24; a colormap's 0x8000 gives 127.
+qint64 pixelChannel(unsigned long pixel, unsigned long mask);
+qint64 colormapChannel(unsigned short value);
+
 // One device pixel of the root window, read with XGetImage on our own
 // connection. Working in root-window device pixels keeps the pixel under the
 // pointer exact at any device pixel ratio and on screens whose origin is not
@@ -23,7 +38,7 @@ class X11ScreenSampler : public ScreenSampler {
   // Reads after kSettleMs, in the main event loop (no nested loop).
   void sample(QPointF at, Completion done) override;
   // The read itself, at once.
-  std::optional<QColor> colorAt(QPointF at);
+  std::optional<ScreenSample> colorAt(QPointF at);
 
  private:
   std::shared_ptr<X11Connection> connection_;

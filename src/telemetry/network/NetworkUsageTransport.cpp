@@ -14,11 +14,18 @@ namespace tw {
 
 namespace {
 
-// Errors of these ranges mean an HTTP answer with a non-2xx status arrived;
-// everything else is a failure of the transport itself.
-bool isHttpStatusError(QNetworkReply::NetworkError error) {
+// Whether a reply that carries a status is the server's answer. Qt turns
+// most non-2xx statuses into errors of its own (400 and 418 into
+// ProtocolInvalidOperationError, 407 into ProxyAuthenticationRequiredError,
+// 404 into ContentNotFoundError ...): those replies are still answers. The
+// transfer itself failed, and the answer is cut short, when the error is one
+// of the network layer's (below 100: connection closed, time-out, TLS), or
+// when there is any error at all on a 2xx status, which Qt raises none for.
+bool isAnswer(int status, QNetworkReply::NetworkError error) {
+  if (error == QNetworkReply::NoError) return true;
   const int code = static_cast<int>(error);
-  return (code >= 201 && code <= 299) || (code >= 401 && code <= 499);
+  if (code < 100) return false;
+  return status < 200 || status > 299;
 }
 
 QString describeResponse(const QNetworkReply& reply, int status) {
@@ -95,7 +102,7 @@ void NetworkUsageTransport::finish(QNetworkReply* reply, const Completion& compl
   const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
   const QNetworkReply::NetworkError error = reply->error();
   const bool answered = status.isValid();
-  if (answered && (error == QNetworkReply::NoError || isHttpStatusError(error))) {
+  if (answered && isAnswer(status.toInt(), error)) {
     const int code = status.toInt();
     completion(reply->readAll(), UsageResponse{true, code, describeResponse(*reply, code)},
                std::nullopt);

@@ -227,6 +227,30 @@ TEST_F(DesktopXvfbTest, ADropperPickShowsTheColourCountsItAsAScreenColourAndPush
   EXPECT_GT(panelPixelsOnceOver(QColor(0x3C, 0x7F, 0xE0), 400), 400);
 }
 
+TEST_F(DesktopXvfbTest, ADropperPickOfTheStartUpColourIsPushedAndCountedAsAScreenColour) {
+  // A pixel of the screen is never the same colour as the start-up colour the
+  // panel posts again when it comes back, even with the same channels.
+  auto desktop = start();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));
+  xvfb_.run(QStringLiteral("xsetroot"), {QStringLiteral("-solid"), QStringLiteral("#FAFAFA")});
+  armDropper();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("cursor changed")))
+      << desktop->transcript().toStdString();
+  EXPECT_TRUE(panelHidden());
+  clickAt(700, 500);
+  // At start, when the panel comes back, and as the pick: each prints its hex
+  // line once handled.
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("250.0 250.0 250.0")))
+      << desktop->transcript().toStdString();
+  ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA"), 3))
+      << desktop->transcript().toStdString();
+  // Counted: the screen list, printed by the count, holds the pick.
+  EXPECT_EQ(desktop->count(QStringLiteral(",#FAFAFA")), 1) << desktop->transcript().toStdString();
+  // Pushed: the script is written and the stand-in was asked to open it.
+  EXPECT_EQ(photoshopScript(), scriptFor(250, 250, 250));
+  EXPECT_EQ(launches().size(), 1) << launches().join(u'\n').toStdString();
+}
+
 TEST_F(DesktopXvfbTest, APickWhereThePanelStoodReadsWhatIsUnderItNotThePanel) {
   auto desktop = start();
   ASSERT_TRUE(desktop->waitForLine(QStringLiteral("FAFAFA")));

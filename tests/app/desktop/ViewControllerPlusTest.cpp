@@ -318,6 +318,20 @@ TEST_F(ViewControllerPlusTest, EveryAppearanceInstallsAnotherMonitorButOneClickP
   EXPECT_EQ(sampler_->reads.size(), 2u);
 }
 
+TEST_F(ViewControllerPlusTest, AfterOneScreenPickTelemetryTicksTwicePerPeriod) {
+  // The panel appears at start and again when the pick brings it back; each
+  // appearance starts telemetry, and the first timer keeps running.
+  start();
+  pick(QColor(1, 2, 3));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#010203"; }));
+  takeOutput();
+  // Within one period (6 s here) and a bit after the pick, both timers tick
+  // once: the first one started shortly before the pick, the second at it.
+  spin(scaledMs(600.0) * 13 / 10);
+  const QString out = takeOutput();
+  EXPECT_EQ(out.count("Log Timer is trigger\n"), 2) << out.toStdString();
+}
+
 TEST_F(ViewControllerPlusTest, AfterAScreenPickTheBatteryIsNoLongerRefreshed) {
   start();
   postFromPenThread(notification::connectedQuilla(), QStringLiteral("Device Connected"));

@@ -8,6 +8,7 @@
 #include <QDeadlineTimer>
 #include <QProcess>
 #include <memory>
+#include <string>
 
 #include "color/ColorHelper.h"
 #include "color/ColorStruct.h"
@@ -98,6 +99,53 @@ TEST_F(PortalColorPickerTest, ArmedPickPostsThePortalsColourTruncated) {
   EXPECT_EQ(*recorder.newColors[0].userInfo,
             (UserInfo{{QStringLiteral("Quilla"), QStringLiteral("NewScreenColor")}}));
   EXPECT_FALSE(helper->bPickScreenColor);
+}
+
+TEST_F(PortalColorPickerTest, ComponentsAreTruncatedFromTheirDoublesNotFromSixteenBits) {
+  // Each just below a channel: 0.999999 x 255 = 254.99974 and
+  // 0.50195686 x 255 = 127.999. Rounded to 16 bits first they would reach
+  // 255 and 128.
+  FakePortal portal(bus.address(), QStringLiteral("0.999999,0.50195686,0.0"), QStringLiteral("0"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return !recorder.newColors.empty(); }));
+  const auto* color = std::any_cast<ColorStruct>(&recorder.newColors[0].object);
+  ASSERT_NE(color, nullptr);
+  EXPECT_EQ(color->iR, 254);
+  EXPECT_EQ(color->iG, 127);
+  EXPECT_EQ(color->iB, 0);
+  EXPECT_EQ(color->colorHex, QStringLiteral("FE7F00"));
+}
+
+struct PortalCase {
+  const char* name;
+  double component;
+  qint64 channel;
+};
+
+class PortalChannel : public ::testing::TestWithParam<PortalCase> {};
+
+TEST_P(PortalChannel, IsTheComponentTimes255Truncated) {
+  EXPECT_EQ(portal::portalChannel(GetParam().component), GetParam().channel);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, PortalChannel,
+                         ::testing::Values(PortalCase{"belowZero", -0.25, 0},
+                                           PortalCase{"zero", 0.0, 0}, PortalCase{"half", 0.5, 127},
+                                           PortalCase{"justBelow128", 127.999 / 255.0, 127},
+                                           PortalCase{"exactly128", 128.0 / 255.0, 128},
+                                           PortalCase{"fiveNines", 0.99999, 254},
+                                           PortalCase{"sixNines", 0.999999, 254},
+                                           PortalCase{"one", 1.0, 255},
+                                           PortalCase{"aboveOne", 1.5, 255}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PortalComponent, KeepsTheDoubleItself) {
+  EXPECT_EQ(portal::portalComponent(0.999999), 0.999999);
+  EXPECT_EQ(portal::portalComponent(127.999 / 255.0), 127.999 / 255.0);
+  EXPECT_EQ(portal::portalComponent(2.0), 1.0);
+  EXPECT_EQ(portal::portalComponent(-1.0), 0.0);
 }
 
 TEST_F(PortalColorPickerTest, NotArmedAsksNothing) {

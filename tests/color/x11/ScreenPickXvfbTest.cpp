@@ -104,6 +104,20 @@ TEST(ScreenPickXvfb, ArmedClickPostsTheColourUnderThePointerOnce) {
             QStringList{"Helper mouseLocation2: 150.0, 160.0 "});
 }
 
+TEST(ScreenPickXvfb, OnASixteenBitScreenEachChannelIsItsFractionTimes255Truncated) {
+  // A 5-6-5 TrueColor visual. 24,24,24 is stored as red 3 of 31, green 6 of
+  // 63, blue 3 of 31: 3/31 x 255 = 24.68 and 6/63 x 255 = 24.29, so 24 each
+  // (rounding would give 25 for red and blue).
+  XvfbServer server({QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("800x600x16")});
+  ASSERT_TRUE(server.isRunning());
+  Probe probe(server, {"--at", "100,100,200,150", "--fill", "24,24,24", "--arm"});
+  ASSERT_TRUE(probe.waitFor("READY")) << probe.all().toStdString();
+  click(server, 150, 160);
+  ASSERT_TRUE(probe.waitFor("NEW_COLOR")) << probe.all().toStdString();
+  EXPECT_EQ(probe.matching("NEW_COLOR"), QStringList{"NEW_COLOR 24 24 24 181818 NewScreenColor"})
+      << probe.all().toStdString();
+}
+
 TEST(ScreenPickXvfb, ClickWhileNotArmedDoesNothing) {
   XvfbServer server;
   ASSERT_TRUE(server.isRunning());
