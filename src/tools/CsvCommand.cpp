@@ -1,10 +1,14 @@
 #include "tools/CsvCommand.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
 #include <QStringDecoder>
 #include <QStringList>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -35,8 +39,8 @@ const char kUsage[] =
     "                   the first line holds the column names.\n"
     "  --help           Show this text.\n"
     "\n"
-    "Exit status: 0 on success, 1 when the input cannot be read or, without --headers,\n"
-    "holds no line, 2 for a bad option.\n";
+    "Exit status: 0 on success, 1 when the input cannot be read (the reason is printed)\n"
+    "or, without --headers, holds no line, 2 for a bad option.\n";
 
 int usageError(const char* message, const char* word) {
   std::fprintf(stderr, "tintwell csv: %s%s\nTry 'tintwell csv --help'.\n", message, word);
@@ -64,17 +68,35 @@ std::optional<QString> optionValue(const char* name, int argc, char** argv, int&
   return QString::fromUtf8(argv[++i]);
 }
 
-std::optional<QByteArray> readAll(const std::optional<QString>& path) {
-  QFile file;
+// All of FILE, or of standard input without one; on failure, why (the
+// system's words, as other command-line tools print them).
+struct Input {
+  QByteArray bytes;
+  QString error;
+};
+
+Input readAll(const std::optional<QString>& path) {
+  int fd = STDIN_FILENO;
   if (path) {
-    file.setFileName(*path);
-    if (!file.open(QIODevice::ReadOnly)) return std::nullopt;
-  } else if (!file.open(stdin, QIODevice::ReadOnly)) {
-    return std::nullopt;
+    fd = ::open(QFile::encodeName(*path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return {{}, QString::fromLocal8Bit(std::strerror(errno))};
   }
-  QByteArray data = file.readAll();
-  if (file.error() != QFileDevice::NoError) return std::nullopt;
-  return data;
+  Input input;
+  char buffer[65536];
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n > 0) {
+      input.bytes.append(buffer, n);
+    } else if (n == 0) {
+      break;
+    } else if (errno != EINTR) {
+      // A folder opens, and fails here with EISDIR.
+      input.error = QString::fromLocal8Bit(std::strerror(errno));
+      break;
+    }
+  }
+  if (path) ::close(fd);
+  return input;
 }
 
 // A field or name as a JSON string. A byte order mark other than the dropped
@@ -168,19 +190,17 @@ int runCsvCommand(int argc, char** argv) {
     if (endOfOptions || std::strcmp(arg, "-") != 0) options.file = QString::fromLocal8Bit(arg);
   }
 
-  const std::optional<QByteArray> bytes = readAll(options.file);
-  if (!bytes) {
-    if (options.file) {
-      std::fprintf(stderr, "tintwell csv: cannot read %s\n", qPrintable(*options.file));
-    } else {
-      std::fputs("tintwell csv: cannot read standard input\n", stderr);
-    }
+  const Input input = readAll(options.file);
+  if (!input.error.isEmpty()) {
+    const QString what = options.file ? *options.file : QStringLiteral("standard input");
+    std::fprintf(stderr, "tintwell csv: cannot read %s: %s\n", what.toLocal8Bit().constData(),
+                 input.error.toLocal8Bit().constData());
     return 1;
   }
   // The default decoder drops a leading byte order mark and turns malformed
   // bytes into U+FFFD.
   QStringDecoder decoder(QStringDecoder::Utf8);
-  const QString text = decoder.decode(*bytes);
+  const QString text = decoder.decode(input.bytes);
 
   // The reader stops the process on a table without lines when it has to take
   // the headers from the text; a tool answers with a message instead.

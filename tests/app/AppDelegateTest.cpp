@@ -11,7 +11,8 @@
 #include "bridge/Commander.h"
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
-#include "telemetry/Reachability.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace tw {
 namespace {
@@ -122,26 +123,61 @@ TEST_F(AppDelegateTest, AnswerFromAnotherThreadIsMovedToTheMainThread) {
   EXPECT_EQ(terminations, 1);
 }
 
-// The closing observer with the real delegate and sender.
+// The closing observer with the real delegate and sender, in a network
+// namespace of the test's own: online (a default route) unless told otherwise,
+// so the same path runs on every machine.
 class ClosingHandlerTest : public AppDelegateTest {
  protected:
-  ClosingHandlerTest() {
+  explicit ClosingHandlerTest(testing::OwnNetwork::Kind kind = testing::OwnNetwork::kOnline)
+      : network(kind) {
     logger.parentCommander = &commander;
     logger.setTerminationReply(&delegate);
   }
+  void SetUp() override {
+    if (!network.failure().isEmpty()) GTEST_SKIP() << network.why();
+  }
+  // What a quit printed.
+  std::string quitOutput() {
+    testing::LogCapture log;
+    delegate.terminate();
+    return log.text().toStdString();
+  }
+  testing::OwnNetwork network;
   Commander commander;
   API_Logger logger;
 };
 
-TEST_F(ClosingHandlerTest, NothingCountedAnswersYesWhileStillAsking) {
+TEST_F(ClosingHandlerTest, NothingCountedAnswersYesWhileStillAskingWithNoRecordFound) {
   logger.startLogging();
   logger.countColor(250, 250, 250);  // the start-up colour is not counted
   ClosingHandler closing(logger, delegate);
   closing.observe();
-  delegate.terminate();
+  const std::string out = quitOutput();
   // Answered inside the question: the application is already ending.
   EXPECT_EQ(terminations, 1);
   EXPECT_FALSE(logger.bAppShouldClose);
+  EXPECT_NE(out.find("\nNo log record found!\n"), std::string::npos) << out;
+  EXPECT_EQ(out.find("No Internet found!"), std::string::npos) << out;
+  ASSERT_TRUE(runLoop());
+}
+
+class OfflineClosingHandlerTest : public ClosingHandlerTest {
+ protected:
+  OfflineClosingHandlerTest() : ClosingHandlerTest(testing::OwnNetwork::kOffline) {}
+};
+
+TEST_F(OfflineClosingHandlerTest, ColoursCountedButNoRouteAnswersYesAtOnceWithNoInternetFound) {
+  logger.startLogging();
+  logger.countColor(250, 250, 250);
+  logger.countColor(1, 2, 3);
+  ClosingHandler closing(logger, delegate);
+  closing.observe();
+  const std::string out = quitOutput();
+  EXPECT_EQ(terminations, 1);
+  EXPECT_FALSE(logger.bAppShouldClose);
+  EXPECT_NE(out.find("\nNo Internet found!\n"), std::string::npos) << out;
+  EXPECT_EQ(out.find("No log record found!"), std::string::npos) << out;
+  EXPECT_EQ(out.find("I will send the color log!"), std::string::npos) << out;
   ASSERT_TRUE(runLoop());
 }
 
@@ -158,8 +194,6 @@ TEST_F(ClosingHandlerTest, AGoneHandlerNoLongerObserves) {
 }
 
 TEST_F(ClosingHandlerTest, MissingColourRecordAtQuitStopsTheProcess) {
-  if (!Reachability::isConnectedToNetwork())
-    GTEST_SKIP() << "offline: the record is never looked at";
   ClosingHandler closing(logger, delegate);
   EXPECT_DEATH(closing.appIsClosingWithNotification({}), "colour usage record");
 }

@@ -1,13 +1,14 @@
 // The quit handshake end to end: the telemetry driver process (real delegate,
 // closing observer, sender, HTTPS transport and signal routing) against a real
-// local HTTPS server.
+// local HTTPS server, in a network namespace of the test's own with a default
+// route, so every machine takes the online path.
 
 #include <gtest/gtest.h>
 #include <signal.h>
 
 #include <QTcpServer>
 
-#include "telemetry/Reachability.h"
+#include "tests/support/NetworkNamespace.h"
 #include "tests/telemetry/DriverProcess.h"
 #include "tests/telemetry/SenderTestSupport.h"
 
@@ -23,6 +24,8 @@ using testing::TestCertificates;
 const QString kAsked = QStringLiteral("i am in applicationShouldTerminate ~");
 const QString kSending = QStringLiteral("sending data");
 const QString kBye = QStringLiteral("Final bye bye ~");
+const QString kNoRecord = QStringLiteral("No log record found!");
+const QString kNoInternet = QStringLiteral("No Internet found!");
 const QString kWillSend = QStringLiteral("I will send the color log!");
 const QString kColorStart = QStringLiteral(" API 開始 || Api Type : colorType");
 const QString kAppStart = QStringLiteral(" API 開始 || Api Type : appType");
@@ -31,10 +34,9 @@ const QString kAppDone = QStringLiteral(" API 完成 || Api Type : appType");
 
 class QuitHandshakeTest : public ::testing::Test {
  protected:
+  // The offline case has its own test (tests/telemetry/OfflineTest.cpp).
   void SetUp() override {
-    // The offline case has its own test in a network namespace of its own.
-    if (!Reachability::isConnectedToNetwork())
-      GTEST_SKIP() << "this machine has no IPv4 default route, so every quit is the offline one";
+    if (!network.failure().isEmpty()) GTEST_SKIP() << network.why();
   }
   // timeScale: 600 s tick and 60 s time-out scaled alike.
   std::unique_ptr<DriverProcess> startDriver(const QString& timeScale = QStringLiteral("1"),
@@ -52,6 +54,8 @@ class QuitHandshakeTest : public ::testing::Test {
     EXPECT_TRUE(driver->ready()) << driver->transcript().toStdString();
     return driver;
   }
+  // First: the server and the driver below share its namespace.
+  testing::OwnNetwork network{testing::OwnNetwork::kOnline};
   SenderEnvironment environment{nullptr};
   TestCertificates certificates;
   TelemetryTestServer server{certificates};
@@ -62,8 +66,9 @@ TEST_F(QuitHandshakeTest, QuittingAfterOnlyTheStartUpColourEndsAtOnceWithNoRecor
   driver->send(QStringLiteral("quit"));
   ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
-  EXPECT_TRUE(driver->inOrder({kAsked, kSending, QStringLiteral("No log record found!"), kBye}))
+  EXPECT_TRUE(driver->inOrder({kAsked, kSending, kNoRecord, kBye}))
       << driver->transcript().toStdString();
+  EXPECT_EQ(driver->indexOf(kNoInternet), -1) << driver->transcript().toStdString();
   EXPECT_EQ(driver->indexOf(kWillSend), -1);
   pumpFor(200);
   EXPECT_TRUE(server.events().isEmpty());
@@ -168,8 +173,9 @@ TEST_F(QuitHandshakeTest, SigintGoesThroughTheSameHandshake) {
   ASSERT_EQ(::kill(static_cast<pid_t>(driver->pid()), SIGINT), 0);
   ASSERT_TRUE(driver->finish()) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
-  EXPECT_TRUE(driver->inOrder({kAsked, kSending, QStringLiteral("No log record found!"), kBye}))
+  EXPECT_TRUE(driver->inOrder({kAsked, kSending, kNoRecord, kBye}))
       << driver->transcript().toStdString();
+  EXPECT_EQ(driver->indexOf(kNoInternet), -1) << driver->transcript().toStdString();
 }
 
 TEST_F(QuitHandshakeTest, ASecondQuitWhileWaitingIsIgnored) {

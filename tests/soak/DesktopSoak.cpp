@@ -20,10 +20,14 @@
 // colour lost otherwise, posted twice or never received is a failure.
 //
 //   desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]
+//                [--network own]
 //     H: hours of the application's timers to run (default 24)
 //     S: TINTWELL_TIME_SCALE (default 0.005, so 24 hours take 7.2 minutes)
 //     --memory report-only: the resident size is reported but not judged (a
 //       sanitizer's own bookkeeping grows with the run)
+//     --network own: run in a network namespace of its own with a default
+//       route through loopback (root only), so the application posts on any
+//       machine, with or without a network
 // Exit status 0 when every check holds.
 #include <unistd.h>
 
@@ -46,6 +50,7 @@
 
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/NetworkNamespace.h"
 #include "tests/support/PostOverlap.h"
 #include "tests/support/XvfbServer.h"
 #include "tests/telemetry/TelemetryTestServer.h"
@@ -748,6 +753,7 @@ int main(int argc, char** argv) {
   double scale = 0.005;
   QString report;
   bool judgeMemory = true;
+  bool ownNetwork = false;
   const QStringList args = QCoreApplication::arguments();
   for (int i = 1; i + 1 < args.size(); i += 2) {
     if (args[i] == QLatin1String("--hours"))
@@ -758,12 +764,23 @@ int main(int argc, char** argv) {
       report = args[i + 1];
     else if (args[i] == QLatin1String("--memory"))
       judgeMemory = args[i + 1] != QLatin1String("report-only");
+    else if (args[i] == QLatin1String("--network"))
+      ownNetwork = args[i + 1] == QLatin1String("own");
   }
   if (hours <= 0 || scale <= 0) {
     std::fputs(
-        "usage: desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]\n",
+        "usage: desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]\n"
+        "                    [--network own]\n",
         stderr);
     return 2;
+  }
+  // Before the servers and the application start: they share it.
+  if (ownNetwork) {
+    const QString why = tw::testing::enterOnlineNetworkNamespace();
+    if (!why.isEmpty()) {
+      std::fprintf(stderr, "desktop_soak: %s\n", qPrintable(why));
+      return 2;
+    }
   }
   tw::soak::Soak soak(hours, scale, report, judgeMemory);
   return soak.run();

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "telemetry/Reachability.h"
+#include "tests/support/NetworkNamespace.h"
 #include "tests/telemetry/DriverProcess.h"
-#include "tests/telemetry/NetworkNamespace.h"
 #include "tests/telemetry/SenderTestSupport.h"
 
 namespace tw {

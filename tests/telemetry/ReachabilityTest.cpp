@@ -6,7 +6,7 @@
 #include <QProcess>
 
 #include "telemetry/linux/RouteTableProbe.h"
-#include "tests/telemetry/NetworkNamespace.h"
+#include "tests/support/NetworkNamespace.h"
 
 namespace tw {
 namespace {

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <QFile>
+#include <QProcess>
 #include <QTemporaryDir>
+#include <cstdlib>
 
 #include "tests/support/RunTool.h"
 
@@ -97,12 +101,48 @@ TEST(CsvCommand, FileArgumentIsRead) {
             "\"R\"]], \"keyedRows\": [{\"name\": \"\xe7\xba\xa2\", \"abbr\": \"R\"}]}\n");
 }
 
-TEST(CsvCommand, MissingFileIsReported) {
+TEST(CsvCommand, MissingFileIsReportedWithItsReason) {
   QTemporaryDir dir;
-  const auto run = runTool({"csv", dir.filePath("absent.csv")});
+  const QString path = dir.filePath("absent.csv");
+  const auto run = runTool({"csv", path});
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_EQ(run.out, "");
-  EXPECT_TRUE(run.err.contains("absent.csv")) << run.err.toStdString();
+  EXPECT_EQ(run.err,
+            "tintwell csv: cannot read " + path.toLocal8Bit() + ": No such file or directory\n");
+}
+
+TEST(CsvCommand, AFolderIsReportedAsOne) {
+  QTemporaryDir dir;
+  const auto run = runTool({"csv", dir.path()});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err,
+            "tintwell csv: cannot read " + dir.path().toLocal8Bit() + ": Is a directory\n");
+}
+
+TEST(CsvCommand, AFileWithoutReadPermissionIsReportedAsSuch) {
+  QTemporaryDir dir;
+  const QString path = dir.filePath("locked.csv");
+  QFile file(path);
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+  file.write("a,b\n1,2\n");
+  file.close();
+  ASSERT_TRUE(file.setPermissions(QFileDevice::Permissions()));
+  // Root reads any file: run the tool without the two capabilities that allow it.
+  QStringList command;
+  if (::geteuid() == 0)
+    command << "setpriv"
+            << "--bounding-set=-dac_override,-dac_read_search"
+            << "--";
+  command << QString::fromLocal8Bit(std::getenv("TINTWELL_BIN")) << "csv" << path;
+  QProcess process;
+  process.start(command.takeFirst(), command);
+  ASSERT_TRUE(process.waitForFinished(60000));
+  EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+  EXPECT_EQ(process.exitCode(), 1);
+  EXPECT_EQ(process.readAllStandardOutput(), "");
+  EXPECT_EQ(process.readAllStandardError(),
+            "tintwell csv: cannot read " + path.toLocal8Bit() + ": Permission denied\n");
 }
 
 TEST(CsvCommand, BadOptionsAreRejected) {

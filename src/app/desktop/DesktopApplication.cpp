@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QIcon>
 #include <QTimer>
+#include <cstdio>
 
 #include "app/AppDelegate.h"
 #include "app/TerminationSignals.h"
@@ -23,7 +24,27 @@ PanelParts desktopPanelParts() {
                     [] { return std::make_unique<ColorHelper>(); }};
 }
 
+namespace {
+
+// Without a display Qt stops the process with a long message and an abort.
+// A platform named explicitly (QT_QPA_PLATFORM=offscreen, say) is the user's
+// choice and is left to Qt.
+bool hasDesktopSession() {
+  return !qEnvironmentVariableIsEmpty("DISPLAY") ||
+         !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
+         !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
+}  // namespace
+
 int runDesktopApplication(int argc, char** argv) {
+  if (!hasDesktopSession()) {
+    std::fputs(
+        "tintwell: the panel needs a desktop session (neither DISPLAY nor WAYLAND_DISPLAY is "
+        "set); 'tintwell listen' runs without one, 'tintwell --help' lists the commands\n",
+        stderr);
+    return 1;
+  }
   QApplication app(argc, argv);
   QApplication::setApplicationName(QStringLiteral("Tintwell"));
   QApplication::setDesktopFileName(QStringLiteral("org.orlo.Tintwell"));
