@@ -6,13 +6,19 @@
 
 namespace tw::pen {
 
+namespace bluez {
 struct BluezShared;
 class BluezWorker;
+}  // namespace bluez
 
 // The central over BlueZ (org.bluez) on the D-Bus system bus. The object tree of
 // org.bluez is mirrored from GetManagedObjects and kept current from the
 // ObjectManager and Properties signals, so queries answer from the mirror and
 // every bus call is asynchronous; all bus traffic happens on the queue thread.
+// The pieces: ObjectMirror (the tree, no bus), DeviceLink (this central's link
+// to one device), BluezInterfaces (one thin wrapper per BlueZ interface),
+// BluezShared (the handles and what they share with the worker) and
+// BluezWorker (the queue thread's side).
 //
 // Mapping:
 // - State: no org.bluez or no adapter: unsupported; first adapter (lowest
@@ -55,8 +61,8 @@ class BluezCentral : public CentralManager {
   static QUuid identifierForAddress(const QString& address);
 
  private:
-  std::shared_ptr<BluezShared> shared_;
-  BluezWorker* worker_;
+  std::shared_ptr<bluez::BluezShared> shared_;
+  bluez::BluezWorker* worker_;
 };
 
 }  // namespace tw::pen
