@@ -7,6 +7,8 @@ SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 BUILD ?= build
 CMAKE_FLAGS ?=
+# CI (CI=true) turns compiler warnings into errors in every build tree.
+WERROR_FLAGS := $(if $(filter true,$(CI)),-DTINTWELL_WERROR=ON)
 
 # Debian 12 packages the build, the tests and the tools need.
 DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
@@ -34,7 +36,7 @@ deps:
 	fi
 
 $(BUILD)/build.ninja:
-	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS)
+	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release $(WERROR_FLAGS) $(CMAKE_FLAGS)
 
 configure: deps $(BUILD)/build.ninja
 
@@ -118,7 +120,7 @@ FUZZ_SECONDS ?= 60
 fuzz: deps
 	cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++-14 \
 	  -DTINTWELL_SANITIZE=address,undefined -DTINTWELL_BUILD_FUZZ=ON -DTINTWELL_BUILD_TESTS=OFF \
-	  -DTINTWELL_BUILD_BENCH=OFF
+	  -DTINTWELL_BUILD_BENCH=OFF $(WERROR_FLAGS)
 	cmake --build build-fuzz -j $(JOBS) --target fuzzers
 	FUZZ_JOBS=2 fuzz/run.sh build-fuzz $(FUZZ_SECONDS)
 
@@ -128,7 +130,7 @@ PKG_BUILD := build-pkg
 .PHONY: deb deb-check
 deb: deps
 	cmake -S . -B $(PKG_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTINTWELL_BUILD_TESTS=OFF \
-	  -DTINTWELL_BUILD_BENCH=OFF
+	  -DTINTWELL_BUILD_BENCH=OFF $(WERROR_FLAGS) $(CMAKE_FLAGS)
 	cmake --build $(PKG_BUILD) -j $(JOBS)
 	rm -f $(PKG_BUILD)/tintwell_*.deb
 	cd $(PKG_BUILD) && cpack -G DEB
