@@ -1,11 +1,14 @@
 # Quick start on a fresh Debian 12 machine (as root, or with sudo):
 #   make run    installs what is missing, builds, starts tintwell
 #   make test   installs what is missing, builds, runs every test
-# Build trees live in build/ (release), build-asan/ (AddressSanitizer + UBSan).
+# Build trees live in build/ (release), build-asan/ (AddressSanitizer + UBSan),
+# build-tsan/ (ThreadSanitizer), build-fuzz/ (clang, libFuzzer) and build-pkg/
+# (the Debian package); make clean removes them all.
 
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 BUILD ?= build
+PKG_BUILD := build-pkg
 CMAKE_FLAGS ?=
 # CI (CI=true) turns compiler warnings into errors in every build tree.
 WERROR_FLAGS := $(if $(filter true,$(CI)),-DTINTWELL_WERROR=ON)
@@ -98,7 +101,7 @@ format-check:
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-fuzz $(PKG_BUILD) $(BUILD)
 
 # The pen link end to end: a private bus, the fake BlueZ with a pen named
 # "QUILLA-Pen 02" sending a colour every second, and `tintwell listen` against
@@ -126,7 +129,6 @@ fuzz: deps
 
 # The Debian package, from a Release build of the application alone in
 # build-pkg/ (left there as tintwell_<version>_amd64.deb).
-PKG_BUILD := build-pkg
 .PHONY: deb deb-check
 deb: deps
 	cmake -S . -B $(PKG_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTINTWELL_BUILD_TESTS=OFF \
