@@ -18,7 +18,7 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
   qt6-base-dev qt6-base-dev-tools libgtest-dev libgmock-dev libbenchmark-dev \
   dbus python3-dbus python3-gi xvfb xdotool x11-utils x11-xserver-utils libxi-dev libxcb-xinput-dev libx11-dev \
   openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr \
-  man-db groff-base dpkg-dev debootstrap mount
+  man-db groff-base dpkg-dev debootstrap mount lintian
 
 # make fuzz: clang with libFuzzer and its symbolizer; libdbus for the D-Bus target.
 DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev
@@ -137,7 +137,7 @@ fuzz: deps
 
 # The Debian package, from a Release build of the application alone in
 # build-pkg/ (left there as tintwell_<version>_amd64.deb).
-.PHONY: deb deb-check
+.PHONY: deb deb-check lintian
 deb: deps
 	cmake -S . -B $(PKG_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTINTWELL_BUILD_TESTS=OFF \
 	  -DTINTWELL_BUILD_BENCH=OFF $(WERROR_FLAGS) $(CMAKE_FLAGS)
@@ -145,7 +145,13 @@ deb: deps
 	rm -f $(PKG_BUILD)/tintwell_*.deb
 	cd $(PKG_BUILD) && cpack -G DEB
 
-# That package installed with apt into a freshly bootstrapped Debian 12 and run
-# there (tools/deb_check.sh; root and the Debian mirror; one to two minutes).
-deb-check: deb
+# Debian's package checker over that package: any error or warning fails (the
+# overrides, each with its reason, are in resources/linux/debian/).
+lintian: deb
+	lintian --fail-on error,warning $(PKG_BUILD)/tintwell_*_amd64.deb
+
+# That package, once lintian passes it, installed with apt into a freshly
+# bootstrapped Debian 12 and run there (tools/deb_check.sh; root and the Debian
+# mirror; one to two minutes).
+deb-check: lintian
 	$(SUDO) tools/deb_check.sh $(PKG_BUILD)
