@@ -2,7 +2,8 @@
 # It holds what `cmake --install` puts in place: the binary, the manual page,
 # the launcher entry, the icons and the AppStream metadata. Test, benchmark and
 # tool programs have no install rules, so they stay out
-# (tests/packaging/check_install.sh pins the list).
+# (tests/packaging/check_install.sh pins the list). The package adds its own
+# Debian files (component "debian", below), and `make lintian` checks it.
 
 # Placeholders under the reserved .example domain until the real addresses are
 # settled; a release build sets them on the command line.
@@ -10,6 +11,56 @@ set(TINTWELL_PACKAGE_MAINTAINER "Orlo Tintwell team <tintwell@orlo.example>" CAC
   "Maintainer field of the Debian package")
 set(TINTWELL_HOMEPAGE "https://orlo.example/tintwell" CACHE STRING
   "Homepage field of the Debian package")
+
+include(GNUInstallDirs)
+
+# The Debian files, in the package only: a plain `cmake --install` into a
+# prefix has no use for a Debian changelog or lintian's overrides.
+set(tw_debian_source ${PROJECT_SOURCE_DIR}/resources/linux/debian)
+set(tw_debian_build ${PROJECT_BINARY_DIR}/debian)
+
+# The changelog's latest entry gives the package version: this project's
+# version, a dash, and the Debian revision (a new package of the same version
+# is a new entry with the next revision).
+file(STRINGS ${tw_debian_source}/changelog.in tw_changelog_top LIMIT_COUNT 1)
+if(NOT tw_changelog_top MATCHES "^tintwell \\(([^ ()-]+)-([^ ()-]+)\\) ")
+  message(FATAL_ERROR "resources/linux/debian/changelog.in: no \"tintwell (VERSION-REVISION)\" "
+    "on its first line: ${tw_changelog_top}")
+endif()
+set(tw_changelog_version ${CMAKE_MATCH_1})
+set(tw_debian_revision ${CMAKE_MATCH_2})
+if(NOT tw_changelog_version STREQUAL PROJECT_VERSION)
+  message(FATAL_ERROR "resources/linux/debian/changelog.in: the latest entry is for "
+    "${tw_changelog_version}, the project is ${PROJECT_VERSION}; add an entry for it")
+endif()
+# The maintainer of each entry is the package's (a placeholder until settled).
+configure_file(${tw_debian_source}/changelog.in ${tw_debian_build}/changelog @ONLY)
+# Compressed as Debian installs it (-n: no name or time stamp inside).
+add_custom_command(OUTPUT ${tw_debian_build}/changelog.Debian.gz
+  COMMAND gzip -9 -n -c ${tw_debian_build}/changelog > ${tw_debian_build}/changelog.Debian.gz
+  DEPENDS ${tw_debian_build}/changelog
+  COMMENT "Compressing the Debian changelog" VERBATIM)
+add_custom_target(tintwell_debian_changelog ALL DEPENDS ${tw_debian_build}/changelog.Debian.gz)
+
+# The copyright file in Debian's machine-readable format, made from LICENSE
+# so that the two cannot differ: its copyright line, and its terms as the
+# licence text (each line indented by one blank, empty lines as " .").
+file(READ ${PROJECT_SOURCE_DIR}/LICENSE tw_license)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/LICENSE)
+if(NOT tw_license MATCHES "^MIT License\n\nCopyright \\(c\\) ([^\n]+)\n\n(.+)$")
+  message(FATAL_ERROR "LICENSE: not the MIT licence text with one \"Copyright (c)\" line")
+endif()
+set(tw_copyright ${CMAKE_MATCH_1})
+string(STRIP "${CMAKE_MATCH_2}" tw_license_terms)
+string(REPLACE "\n\n" "\n.\n" tw_license_terms "${tw_license_terms}")
+string(REPLACE "\n" "\n " tw_license_terms " ${tw_license_terms}")
+configure_file(${tw_debian_source}/copyright.in ${tw_debian_build}/copyright @ONLY)
+
+install(FILES ${tw_debian_build}/copyright ${tw_debian_build}/changelog.Debian.gz
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tintwell COMPONENT debian EXCLUDE_FROM_ALL)
+# What lintian is told to accept, each with its reason (make lintian).
+install(FILES ${tw_debian_source}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+  RENAME tintwell COMPONENT debian EXCLUDE_FROM_ALL)
 
 set(CPACK_PACKAGE_NAME tintwell)
 set(CPACK_PACKAGE_VENDOR Orlo)
@@ -29,6 +80,14 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${tw_debian_revision})
+# One package of the application's files and the Debian files.
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+set(CPACK_COMPONENTS_ALL Unspecified debian)
+# Directories as Debian has them, whatever the umask of the build.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${TINTWELL_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${TINTWELL_HOMEPAGE}")
 set(CPACK_DEBIAN_PACKAGE_SECTION graphics)

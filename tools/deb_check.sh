@@ -30,6 +30,8 @@ shopt -u nullglob
 [ ${#debs[@]} = 1 ] || fail "expected one tintwell_*_amd64.deb in $build (make deb), found ${#debs[@]}"
 deb=${debs[0]}
 version=$(dpkg-deb -f "$deb" Version)
+# The program's own version: the package's without the Debian revision.
+upstream_version=${version%-*}
 
 work=$(mktemp -d /var/tmp/tintwell-deb-check.XXXXXX)
 root=$work/root
@@ -125,11 +127,17 @@ printf 'ABCDEF\t171  205  239\t28  14  0  6\t210  28  94\t81.0  -3.7  -20.5 \n' 
 cmp -s "$work/convert.expected" "$work/convert.out" ||
   fail "tintwell convert printed other bytes than expected: $(od -c "$work/convert.out")"
 echo "---"
-[ "$(in_chroot tintwell --version)" = "tintwell $version" ] || fail "tintwell --version does not say $version"
+[ "$(in_chroot tintwell --version)" = "tintwell $upstream_version" ] ||
+  fail "tintwell --version does not say $upstream_version"
 
 # The package holds exactly the program, its manual page and its desktop
-# files: no test, benchmark or tool program.
-expected_files=$(sed 's|^|/usr/|' "$here/../tests/packaging/installed_files.txt" | LC_ALL=C sort)
+# files, and the Debian files (copyright, changelog, lintian overrides): no
+# test, benchmark or tool program.
+expected_files=$({
+  sed 's|^|/usr/|' "$here/../tests/packaging/installed_files.txt"
+  printf '%s\n' /usr/share/doc/tintwell/copyright /usr/share/doc/tintwell/changelog.Debian.gz \
+    /usr/share/lintian/overrides/tintwell
+} | LC_ALL=C sort)
 listed_files=$(in_chroot dpkg -L tintwell | while read -r f; do
   [ -d "$root$f" ] || echo "$f"
 done | LC_ALL=C sort)

@@ -216,7 +216,7 @@ char* putHex(char* p, const RGB& c) {
     }
     return p;
   }
-  const int n = std::snprintf(p, 3 * 9, "%02X%02X%02X", static_cast<unsigned>(c.R),
+  const int n = std::snprintf(p, std::size_t{3} * 9, "%02X%02X%02X", static_cast<unsigned>(c.R),
                               static_cast<unsigned>(c.G), static_cast<unsigned>(c.B));
   return p + n;
 }

@@ -128,12 +128,12 @@ void API_Logger::postUsage(const QString& urlText, const QByteArray& body, API_T
   logLine(QStringLiteral(" API 開始 || Api Type : ") + apiTypeName(type));
   // Completions arrive on this object's thread; a sender that is gone by then
   // has nobody left to renew or answer.
-  transport_->post(request,
-                   [self = QPointer<API_Logger>(this), type](std::optional<QByteArray> data,
-                                                             std::optional<UsageResponse> response,
-                                                             std::optional<QString> error) {
-                     if (self) self->handleUsageResponse(data, response, error, type);
-                   });
+  transport_->post(request, [self = QPointer<API_Logger>(this), type](
+                                const std::optional<QByteArray>& data,
+                                const std::optional<UsageResponse>& response,
+                                const std::optional<QString>& error) {
+    if (self) self->handleUsageResponse(data, response, error, type);
+  });
 }
 
 void API_Logger::handleUsageResponse(const std::optional<QByteArray>& data,

@@ -6,10 +6,10 @@
 namespace tw {
 
 QString telemetryBaseUrl() {
-  const QString fromEnv = qEnvironmentVariable("TINTWELL_TELEMETRY_URL");
+  QString fromEnv = qEnvironmentVariable("TINTWELL_TELEMETRY_URL");
   if (!fromEnv.isEmpty()) return fromEnv;
   const QSettings settings(QStringLiteral("Orlo"), QStringLiteral("Tintwell"));
-  const QString fromSettings = settings.value(QStringLiteral("telemetryBaseURL")).toString();
+  QString fromSettings = settings.value(QStringLiteral("telemetryBaseURL")).toString();
   if (!fromSettings.isEmpty()) return fromSettings;
   return QStringLiteral(TINTWELL_TELEMETRY_DEFAULT_URL);
 }

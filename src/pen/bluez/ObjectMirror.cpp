@@ -27,7 +27,7 @@ void ObjectMirror::load(std::optional<ObjectTree> tree) {
 }
 
 QStringList ObjectMirror::vanish() {
-  const QStringList paths = objects_.keys();
+  QStringList paths = objects_.keys();
   present_ = false;
   objects_.clear();
   return paths;

@@ -83,7 +83,7 @@ QList<QSslCertificate> NetworkUsageTransport::extraCaCertificates() {
   if (path.isEmpty()) return {};
   QFile file(path);
   if (!file.open(QIODevice::ReadOnly)) fatalStop("the telemetry CA file cannot be read");
-  const QList<QSslCertificate> certificates = QSslCertificate::fromData(file.readAll());
+  QList<QSslCertificate> certificates = QSslCertificate::fromData(file.readAll());
   if (certificates.isEmpty()) fatalStop("the telemetry CA file holds no PEM certificate");
   return certificates;
 }
