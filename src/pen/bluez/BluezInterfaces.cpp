@@ -9,15 +9,13 @@
 
 namespace tw::pen::bluez {
 
-namespace {
-
-const QString kBluez = QStringLiteral("org.bluez");
-
-}  // namespace
+const QString kBluezService = QStringLiteral("org.bluez");
+const QString kObjectManagerInterface = QStringLiteral("org.freedesktop.DBus.ObjectManager");
+const QString kPropertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
 
 void BluezObject::call(const QString& interface, const QString& method, const QVariantList& args,
                        std::function<void(const QDBusMessage&)> done, int timeout) const {
-  QDBusMessage message = QDBusMessage::createMethodCall(kBluez, path_, interface, method);
+  QDBusMessage message = QDBusMessage::createMethodCall(kBluezService, path_, interface, method);
   message.setArguments(args);
   auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(message, timeout), context_);
   QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context_,
@@ -31,8 +29,8 @@ ObjectManager::ObjectManager(QDBusConnection& bus, QObject* context)
     : BluezObject(bus, QStringLiteral("/"), context) {}
 
 void ObjectManager::getManagedObjects(std::function<void(std::optional<ObjectTree>)> done) const {
-  call(QStringLiteral("org.freedesktop.DBus.ObjectManager"), QStringLiteral("GetManagedObjects"),
-       {}, [done = std::move(done)](const QDBusMessage& reply) {
+  call(kObjectManagerInterface, QStringLiteral("GetManagedObjects"), {},
+       [done = std::move(done)](const QDBusMessage& reply) {
          done(managedObjectsFromReply(reply));
        });
 }
@@ -76,8 +74,7 @@ void GattCharacteristic1::readValue(std::function<void(const QByteArray&)> done)
 }
 
 void Battery1::percentage(std::function<void(quint8)> done) const {
-  call(QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"),
-       {kBattery1, QStringLiteral("Percentage")},
+  call(kPropertiesInterface, QStringLiteral("Get"), {kBattery1, QStringLiteral("Percentage")},
        [done = std::move(done)](const QDBusMessage& reply) {
          if (const std::optional<quint8> level = percentageFromReply(reply)) done(*level);
        });

@@ -16,6 +16,11 @@ class QObject;
 
 namespace tw::pen::bluez {
 
+// BlueZ's bus name, and the two freedesktop interfaces its objects carry.
+extern const QString kBluezService;
+extern const QString kObjectManagerInterface;
+extern const QString kPropertiesInterface;
+
 // Thin wrappers, one per BlueZ interface this backend calls. Every call is
 // asynchronous: it returns at once, and its answer (already read through
 // BluezProperties, so nothing malformed gets through) arrives on the thread of

@@ -10,9 +10,6 @@ namespace tw::pen::bluez {
 
 namespace {
 
-const QString kBluez = QStringLiteral("org.bluez");
-const QString kObjectManager = QStringLiteral("org.freedesktop.DBus.ObjectManager");
-const QString kProperties = QStringLiteral("org.freedesktop.DBus.Properties");
 // How long a service report waits for a Battery1 that the device announced.
 constexpr int kBatteryWaitMs = 1000;
 
@@ -40,7 +37,8 @@ void BluezWorker::start() {
     reportState();
     return;
   }
-  watcher_ = new QDBusServiceWatcher(kBluez, *bus_, QDBusServiceWatcher::WatchForOwnerChange, this);
+  watcher_ =
+      new QDBusServiceWatcher(kBluezService, *bus_, QDBusServiceWatcher::WatchForOwnerChange, this);
   connect(watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
           [this](const QString&, const QString&, const QString& newOwner) {
             if (newOwner.isEmpty())
@@ -48,12 +46,12 @@ void BluezWorker::start() {
             else
               loadObjects();
           });
-  bus_->connect(kBluez, QStringLiteral("/"), kObjectManager, QStringLiteral("InterfacesAdded"),
-                this, SLOT(onInterfacesAdded(QDBusMessage)));
-  bus_->connect(kBluez, QStringLiteral("/"), kObjectManager, QStringLiteral("InterfacesRemoved"),
-                this, SLOT(onInterfacesRemoved(QDBusMessage)));
-  bus_->connect(kBluez, QString(), kProperties, QStringLiteral("PropertiesChanged"), this,
-                SLOT(onPropertiesChanged(QDBusMessage)));
+  bus_->connect(kBluezService, QStringLiteral("/"), kObjectManagerInterface,
+                QStringLiteral("InterfacesAdded"), this, SLOT(onInterfacesAdded(QDBusMessage)));
+  bus_->connect(kBluezService, QStringLiteral("/"), kObjectManagerInterface,
+                QStringLiteral("InterfacesRemoved"), this, SLOT(onInterfacesRemoved(QDBusMessage)));
+  bus_->connect(kBluezService, QString(), kPropertiesInterface, QStringLiteral("PropertiesChanged"),
+                this, SLOT(onPropertiesChanged(QDBusMessage)));
   loadObjects();
 }
 
