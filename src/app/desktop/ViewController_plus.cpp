@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 #include <QWindow>
 
+#include "app/desktop/ColorTransfer.h"
 #include "app/desktop/UncachedPixmapIcon.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/ClearWindow.h"
@@ -191,6 +192,10 @@ void ViewController_plus::buildLayout() {
     button->hide();
     *recent[i] = button;
   }
+
+  colorTransfer_ =
+      new ColorTransfer(crownView, hex, {hex, rgbInfo, cmykInfo, hsbInfo, labInfo}, this);
+  crownView->setToolTip(tr("Drag the colour into another application"));
 
   auto* layout = new QVBoxLayout(this);
   layout->setContentsMargins(14, 10, 14, 10);

@@ -13,6 +13,8 @@
 
 namespace tw {
 
+class ColorTransfer;
+
 // The main colour panel as a widget: the content of the main window. Its logic
 // (the owned objects, the observers, the colour bookkeeping, the battery
 // timers) is PanelLogic, shared with `tintwell listen`; this class draws what
@@ -50,6 +52,9 @@ class ViewController_plus : public QWidget, public PanelView {
   void showColorLibraries();
 
   PanelLogic& logic() { return *logic_; }
+  // Drags the colour out of the crown and the hex field, copies a clicked
+  // notation text.
+  ColorTransfer& colorTransfer() { return *colorTransfer_; }
   ColorHelper& colorHelper() { return *logic_->colorHelper(); }
 
   // Interface references, named after their controls. Filled by the panel's
@@ -96,6 +101,7 @@ class ViewController_plus : public QWidget, public PanelView {
   QPixmap imageNamed(const QString& name) const;
 
   std::unique_ptr<PanelLogic> logic_;
+  ColorTransfer* colorTransfer_ = nullptr;
 };
 
 }  // namespace tw

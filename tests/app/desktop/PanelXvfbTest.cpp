@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QLineEdit>
 #include <QProcess>
 #include <memory>
 
@@ -13,6 +14,7 @@
 #include "app/desktop/PanelWindow.h"
 #include "app/desktop/ViewController_plus.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/LineProcess.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/XvfbServer.h"
@@ -101,6 +103,90 @@ TEST_F(PanelXvfbTest, StartUpShowsFAFAFAAndTheTextsOf250AndAPickShowsTheColourBe
   ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
   EXPECT_EQ(panel->logic().apiLogger().colorRecord()->read().colors_screen, ",#3C7FE0");
   click.waitForFinished();
+}
+
+// The X server's clipboard as another program reads it; this process owns the
+// selection, so its event loop must run while the reader asks.
+QString clipboardOf(testing::XvfbServer& server) {
+  QProcess reader;
+  reader.setProcessEnvironment(server.environment());
+  reader.start(QStringLiteral("xclip"),
+               {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+  if (!waitFor([&] { return reader.state() == QProcess::NotRunning; }, 10000)) return {};
+  return QString::fromUtf8(reader.readAllStandardOutput());
+}
+
+TEST_F(PanelXvfbTest, AClickOnANotationPutsItsTextOnTheDisplaysClipboard) {
+  AppDelegate delegate;
+  auto* panel = new ViewController_plus(delegate, desktopPanelParts());
+  PanelWindow window(delegate, panel);
+  panel->viewDidLoad();
+  window.show();
+  ASSERT_TRUE(waitFor([&] { return panel->rgbInfo->text() == "250  250  250"; }));
+  ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
+  testing::settle();
+  for (QLineEdit* field : {panel->rgbInfo.data(), panel->labInfo.data()}) {
+    const QPoint centre = field->mapToGlobal(field->rect().center());
+    QProcess click;
+    click.setProcessEnvironment(server_->environment());
+    click.start(QStringLiteral("xdotool"),
+                {QStringLiteral("mousemove"), QString::number(centre.x()),
+                 QString::number(centre.y()), QStringLiteral("click"), QStringLiteral("1")});
+    ASSERT_TRUE(waitFor([&] { return click.state() == QProcess::NotRunning; }, 10000));
+    ASSERT_TRUE(waitFor([&] { return clipboardOf(*server_) == field->text(); }, 10000))
+        << "clipboard: " << clipboardOf(*server_).toStdString();
+  }
+  EXPECT_EQ(clipboardOf(*server_), "98.3  0.0  -0.0 ");
+}
+
+TEST_F(PanelXvfbTest, TheCrownDraggedIntoAnotherApplicationDropsTheColourAndItsHexText) {
+  AppDelegate delegate;
+  auto* panel = new ViewController_plus(delegate, desktopPanelParts());
+  PanelWindow window(delegate, panel);
+  panel->viewDidLoad();
+  window.show();
+  ASSERT_TRUE(waitFor([&] { return panel->hexInfo->text() == "#FAFAFA"; }));
+  ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
+  testing::settle();
+
+  // Right of the panel, clear of it.
+  const QRect panelFrame = window.frameGeometry();
+  const int targetX = panelFrame.right() + 80;
+  const int targetY = panelFrame.top() + 40;
+  testing::LineProcess target(QStringLiteral(DROP_TARGET_BIN),
+                              {QString::number(targetX), QString::number(targetY)},
+                              server_->environment());
+  ASSERT_TRUE(target.waitForLine(QStringLiteral("ready")));
+
+  // Press on the crown, move past the drag distance in steps, release over
+  // the other window: what a hand on a real mouse sends.
+  const QPoint from = panel->crown->mapToGlobal(panel->crown->rect().center());
+  const QPoint to(targetX + 100, targetY + 100);
+  QStringList steps{QStringLiteral("mousemove"), QString::number(from.x()),
+                    QString::number(from.y()), QStringLiteral("mousedown"), QStringLiteral("1")};
+  for (int i = 1; i <= 8; ++i) {
+    const QPoint at = from + (to - from) * i / 8;
+    steps << QStringLiteral("sleep") << QStringLiteral("0.1") << QStringLiteral("mousemove")
+          << QString::number(at.x()) << QString::number(at.y());
+  }
+  steps << QStringLiteral("sleep") << QStringLiteral("0.3") << QStringLiteral("mouseup")
+        << QStringLiteral("1");
+  QProcess hand;
+  hand.setProcessEnvironment(server_->environment());
+  hand.start(QStringLiteral("xdotool"), steps);
+
+  ASSERT_TRUE(target.waitForLineStartingWith(QStringLiteral("color: "), 15000))
+      << target.transcript().toStdString();
+  EXPECT_TRUE(target.indexOf(QStringLiteral("color: #FAFAFA")) >= 0)
+      << target.transcript().toStdString();
+  EXPECT_TRUE(target.indexOf(QStringLiteral("text: #FAFAFA")) >= 0)
+      << target.transcript().toStdString();
+  EXPECT_TRUE(target.indexOfPrefix(QStringLiteral("formats: ")) >= 0);
+  EXPECT_TRUE(
+      target.lines().join(QLatin1Char('\n')).contains(QStringLiteral("application/x-color")))
+      << target.transcript().toStdString();
+  waitFor([&] { return hand.state() == QProcess::NotRunning; }, 10000);
+  EXPECT_TRUE(target.finish(5000));
 }
 
 }  // namespace
