@@ -78,6 +78,9 @@ reads colour library tables as JSON (tintwell csv) and runs the pen link
 without a window (tintwell listen).")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
+# ...and without the .comment and .note sections strip leaves in.
+set(CPACK_TW_OBJCOPY ${CMAKE_OBJCOPY})
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/PackageSections.cmake)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${tw_debian_revision})
