@@ -54,6 +54,13 @@ TW_BEFORE_APPLICATION([] {
   qputenv("TINTWELL_TELEMETRY_URL", "https://127.0.0.1:9");
 });
 
+// The panel as the desktop application makes it, in its window.
+struct PanelOnScreen {
+  AppDelegate delegate;
+  ViewController_plus* panel = new ViewController_plus(delegate, desktopPanelParts());
+  PanelWindow window{delegate, panel};
+};
+
 class PanelXvfbTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -68,6 +75,26 @@ class PanelXvfbTest : public ::testing::Test {
                        QStringLiteral("--name"), QStringLiteral("^Tintwell$")})
                 .trimmed()
                 .isEmpty();
+  }
+
+  // Starts xdotool on the test's server with these commands; the caller
+  // waits for it as it needs.
+  void startXdotool(QProcess& xdotool, const QStringList& commands) {
+    xdotool.setProcessEnvironment(server_->environment());
+    xdotool.start(QStringLiteral("xdotool"), commands);
+  }
+
+  // Shows the panel and waits until its start-up colour and texts are there
+  // and its window is mapped.
+  void showAndSettle(PanelOnScreen& shown) {
+    shown.panel->viewDidLoad();
+    shown.window.show();
+    ASSERT_TRUE(waitFor([&] {
+      return shown.panel->hexInfo->text() == "#FAFAFA" &&
+             shown.panel->rgbInfo->text() == "250  250  250";
+    }));
+    ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
+    testing::settle();
   }
 
   testing::XvfbServer* server_ = nullptr;
@@ -92,10 +119,8 @@ TEST_F(PanelXvfbTest, StartUpShowsFAFAFAAndTheTextsOf250AndAPickShowsTheColourBe
   panel->findScreenColor();
   ASSERT_TRUE(waitFor([&] { return !panelMapped(); }));
   QProcess click;
-  click.setProcessEnvironment(server_->environment());
-  click.start(QStringLiteral("xdotool"),
-              {QStringLiteral("mousemove"), QStringLiteral("60"), QStringLiteral("120"),
-               QStringLiteral("click"), QStringLiteral("1")});
+  startXdotool(click, {QStringLiteral("mousemove"), QStringLiteral("60"), QStringLiteral("120"),
+                       QStringLiteral("click"), QStringLiteral("1")});
   ASSERT_TRUE(waitFor([&] { return panel->hexInfo->text() == "#3C7FE0"; }, 15000));
   EXPECT_EQ(panel->rgbInfo->text(), "60  127  224");
   EXPECT_EQ(panel->cmykInfo->text(), "73  43  0  12");
@@ -117,21 +142,15 @@ QString clipboardOf(testing::XvfbServer& server) {
 }
 
 TEST_F(PanelXvfbTest, AClickOnANotationPutsItsTextOnTheDisplaysClipboard) {
-  AppDelegate delegate;
-  auto* panel = new ViewController_plus(delegate, desktopPanelParts());
-  PanelWindow window(delegate, panel);
-  panel->viewDidLoad();
-  window.show();
-  ASSERT_TRUE(waitFor([&] { return panel->rgbInfo->text() == "250  250  250"; }));
-  ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
-  testing::settle();
+  PanelOnScreen shown;
+  ASSERT_NO_FATAL_FAILURE(showAndSettle(shown));
+  ViewController_plus* panel = shown.panel;
   for (QLineEdit* field : {panel->rgbInfo.data(), panel->labInfo.data()}) {
     const QPoint centre = field->mapToGlobal(field->rect().center());
     QProcess click;
-    click.setProcessEnvironment(server_->environment());
-    click.start(QStringLiteral("xdotool"),
-                {QStringLiteral("mousemove"), QString::number(centre.x()),
-                 QString::number(centre.y()), QStringLiteral("click"), QStringLiteral("1")});
+    startXdotool(click,
+                 {QStringLiteral("mousemove"), QString::number(centre.x()),
+                  QString::number(centre.y()), QStringLiteral("click"), QStringLiteral("1")});
     ASSERT_TRUE(waitFor([&] { return click.state() == QProcess::NotRunning; }, 10000));
     ASSERT_TRUE(waitFor([&] { return clipboardOf(*server_) == field->text(); }, 10000))
         << "clipboard: " << clipboardOf(*server_).toStdString();
@@ -140,17 +159,12 @@ TEST_F(PanelXvfbTest, AClickOnANotationPutsItsTextOnTheDisplaysClipboard) {
 }
 
 TEST_F(PanelXvfbTest, TheCrownDraggedIntoAnotherApplicationDropsTheColourAndItsHexText) {
-  AppDelegate delegate;
-  auto* panel = new ViewController_plus(delegate, desktopPanelParts());
-  PanelWindow window(delegate, panel);
-  panel->viewDidLoad();
-  window.show();
-  ASSERT_TRUE(waitFor([&] { return panel->hexInfo->text() == "#FAFAFA"; }));
-  ASSERT_TRUE(waitFor([&] { return panelMapped(); }));
-  testing::settle();
+  PanelOnScreen shown;
+  ASSERT_NO_FATAL_FAILURE(showAndSettle(shown));
+  ViewController_plus* panel = shown.panel;
 
   // Right of the panel, clear of it.
-  const QRect panelFrame = window.frameGeometry();
+  const QRect panelFrame = shown.window.frameGeometry();
   const int targetX = panelFrame.right() + 80;
   const int targetY = panelFrame.top() + 40;
   testing::LineProcess target(QStringLiteral(DROP_TARGET_BIN),
@@ -172,8 +186,7 @@ TEST_F(PanelXvfbTest, TheCrownDraggedIntoAnotherApplicationDropsTheColourAndItsH
   steps << QStringLiteral("sleep") << QStringLiteral("0.3") << QStringLiteral("mouseup")
         << QStringLiteral("1");
   QProcess hand;
-  hand.setProcessEnvironment(server_->environment());
-  hand.start(QStringLiteral("xdotool"), steps);
+  startXdotool(hand, steps);
 
   ASSERT_TRUE(target.waitForLineStartingWith(QStringLiteral("color: "), 15000))
       << target.transcript().toStdString();
