@@ -163,7 +163,8 @@ void Commander::findDesignAppsLocked() {
   state_.bIllustragorFound = false;
   state_.appPathPhotoshop.reset();
   state_.appPathIllustrator.reset();
-  for (const RunningApplication& application : host_->runningApplications()) {
+  running_ = host_->runningApplications();
+  for (const RunningApplication& application : running_) {
     if (!application.localizedName) fatalStop("a running application has no name");
     const QString& name = *application.localizedName;
     if (name.contains(QStringLiteral("Photoshop"))) {
@@ -198,8 +199,40 @@ void Commander::sendLocked() {
     return;
   }
   findDesignAppsLocked();
-  if (requireFlag(state_.bPhotoshopFound) && state_.appPathPhotoshop) pushToPhotoshop();
-  if (requireFlag(state_.bIllustragorFound) && state_.appPathIllustrator) pushToIllustrator();
+  const bool photoshop = requireFlag(state_.bPhotoshopFound) && state_.appPathPhotoshop;
+  if (photoshop && photoshopEnabled_) pushToPhotoshop();
+  const bool illustrator = requireFlag(state_.bIllustragorFound) && state_.appPathIllustrator;
+  if (illustrator && illustratorEnabled_) pushToIllustrator();
+  // Handed over, never waited for: a slow host must not hold up the pen.
+  if (nativeHosts_) {
+    const ColorStruct& color = state_.newColor;
+    nativeHosts_->offer(HostColor{static_cast<int>(color.iR), static_cast<int>(color.iG),
+                                  static_cast<int>(color.iB)},
+                        running_);
+  }
+}
+
+void Commander::setNativeHosts(std::shared_ptr<HostDispatcher> hosts) {
+  std::lock_guard lock(mutex_);
+  nativeHosts_ = std::move(hosts);
+}
+
+std::shared_ptr<HostDispatcher> Commander::nativeHosts() const {
+  std::lock_guard lock(mutex_);
+  return nativeHosts_;
+}
+
+void Commander::setScriptHostEnabled(const QString& key, bool enabled) {
+  std::lock_guard lock(mutex_);
+  if (key == QLatin1String("photoshop")) photoshopEnabled_ = enabled;
+  if (key == QLatin1String("illustrator")) illustratorEnabled_ = enabled;
+}
+
+bool Commander::isScriptHostEnabled(const QString& key) const {
+  std::lock_guard lock(mutex_);
+  if (key == QLatin1String("photoshop")) return photoshopEnabled_;
+  if (key == QLatin1String("illustrator")) return illustratorEnabled_;
+  return false;
 }
 
 QString Commander::photoshopScript(const ColorStruct& color) {

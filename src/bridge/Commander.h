@@ -7,6 +7,7 @@
 
 #include "bridge/AlertPresenter.h"
 #include "bridge/HostDescription.h"
+#include "bridge/HostDispatcher.h"
 #include "color/ColorStruct.h"
 #include "telemetry/UsageRecords.h"
 
@@ -79,6 +80,15 @@ class Commander : public ApplicationUsageCounters {
   // each push their own colour.
   void sendColorToApps(const ColorStruct& color);
 
+  // The native design applications (GIMP, Inkscape, Krita), pushed to after
+  // Photoshop and Illustrator with the same colours; none until set.
+  void setNativeHosts(std::shared_ptr<HostDispatcher> hosts);
+  std::shared_ptr<HostDispatcher> nativeHosts() const;
+  // Whether Photoshop ("photoshop") and Illustrator ("illustrator") receive
+  // colours; both do unless switched off.
+  void setScriptHostEnabled(const QString& key, bool enabled);
+  bool isScriptHostEnabled(const QString& key) const;
+
   // Runs `command` with /bin/bash -c and returns its standard output, read to
   // its end, decoded as UTF-8 (anything else stops the process). Standard error
   // and input are inherited; the exit status is not looked at.
@@ -114,6 +124,12 @@ class Commander : public ApplicationUsageCounters {
 
   mutable std::mutex mutex_;
   State state_;
+
+  // Guarded by mutex_: the applications of the last scan, and the switches.
+  std::vector<RunningApplication> running_;
+  bool photoshopEnabled_ = true;
+  bool illustratorEnabled_ = true;
+  std::shared_ptr<HostDispatcher> nativeHosts_;
 
   mutable std::mutex recordMutex_;
   std::shared_ptr<ApplicationRecord> tempApplicationRecord_;
