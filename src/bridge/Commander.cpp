@@ -212,6 +212,23 @@ void Commander::sendLocked() {
   }
 }
 
+std::vector<QString> Commander::pushToScriptHosts(const ColorStruct& color) {
+  const ColorStruct own = unshared(color);
+  std::lock_guard lock(mutex_);
+  state_.newColor = own;
+  findDesignAppsLocked();
+  std::vector<QString> pushed;
+  if (requireFlag(state_.bPhotoshopFound) && state_.appPathPhotoshop && photoshopEnabled_) {
+    pushToPhotoshop();
+    pushed.push_back(QStringLiteral("photoshop"));
+  }
+  if (requireFlag(state_.bIllustragorFound) && state_.appPathIllustrator && illustratorEnabled_) {
+    pushToIllustrator();
+    pushed.push_back(QStringLiteral("illustrator"));
+  }
+  return pushed;
+}
+
 void Commander::setNativeHosts(std::shared_ptr<HostDispatcher> hosts) {
   std::lock_guard lock(mutex_);
   nativeHosts_ = std::move(hosts);

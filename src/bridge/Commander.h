@@ -80,6 +80,12 @@ class Commander : public ApplicationUsageCounters {
   // each push their own colour.
   void sendColorToApps(const ColorStruct& color);
 
+  // Pushes `color` at once into the running Photoshop and Illustrator that
+  // are switched on, with no first-colour rule and no native hosts: the
+  // command line's single colour. Returns the keys ("photoshop",
+  // "illustrator") of the applications whose script was opened.
+  std::vector<QString> pushToScriptHosts(const ColorStruct& color);
+
   // The native design applications (GIMP, Inkscape, Krita), pushed to after
   // Photoshop and Illustrator with the same colours; none until set.
   void setNativeHosts(std::shared_ptr<HostDispatcher> hosts);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "app/cli/ListenCommand.h"
+#include "app/cli/PushCommand.h"
 #include "common/Version.h"
 #include "tools/ConvertCommand.h"
 #include "tools/CsvCommand.h"
@@ -24,6 +25,9 @@ const char* usageText() {
          "                       and print it as JSON.\n"
          "  listen               Run the pen link without the window; print each new colour's "
          "hex.\n"
+         "  push R G B [--to HOST,...]\n"
+         "                       Send one colour to the running design applications (or the\n"
+         "                       named ones: photoshop, illustrator, gimp, inkscape, krita).\n"
          "  --help               Show this text.\n"
          "  --version            Show the version.\n";
 }
@@ -42,6 +46,7 @@ int runCli(int argc, char** argv) {
   if (std::strcmp(command, "convert") == 0) return runConvertCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "csv") == 0) return runCsvCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "listen") == 0) return runListenCommand(argc - 2, argv + 2);
+  if (std::strcmp(command, "push") == 0) return runPushCommand(argc - 2, argv + 2);
   std::fprintf(stderr, "tintwell: unknown command '%s'\n\n%s", command, usageText());
   return 2;
 }

@@ -8,25 +8,12 @@
 #include "app/PanelLogic.h"
 #include "app/PanelView.h"
 #include "app/TerminationSignals.h"
+#include "app/cli/StderrAlertPresenter.h"
 #include "bridge/HostDescription.h"
 #include "pen/CentralManager.h"
 #include "telemetry/network/NetworkUsageTransport.h"
 
 namespace tw {
-
-namespace {
-
-// Without a window the restart notice goes to standard error, where the user
-// running the listener sees it; it does not wait for an answer.
-class StderrAlertPresenter : public AlertPresenter {
- public:
-  void showInformation(const QString& message, const QString& informative) override {
-    const QByteArray line = (message + QStringLiteral(": ") + informative + '\n').toUtf8();
-    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stderr);
-  }
-};
-
-}  // namespace
 
 int runListenCommand(int argc, char** argv) {
   for (int i = 0; i < argc; ++i) {
