@@ -23,12 +23,52 @@ NotificationCenter::Handler toPanel(const std::shared_ptr<Gate>& gate, Call call
   };
 }
 
+// How long one push into a native design application may take before it
+// costs a line; long enough for a busy GIMP, short enough that a hung one
+// is noticed while the user still remembers the colour.
+constexpr std::chrono::milliseconds kHostTimeout{3000};
+
 }  // namespace
+
+// Hands what the design applications report to the panel on the main thread.
+class PanelLogic::HostEventsToPanel : public HostEvents {
+ public:
+  explicit HostEventsToPanel(std::shared_ptr<Gate> gate) : gate_(std::move(gate)) {}
+
+  void pushed(const QString&, const QString& hostName, const HostColor& color,
+              const PushOutcome& outcome) override {
+    if (outcome.status == PushStatus::Confirmed) return;
+    const QString text = outcome.status == PushStatus::Queued
+                             ? hostName + QStringLiteral(": ") + color.hex() +
+                                   QStringLiteral(" is applied when a document is open")
+                             : HostDispatcher::failureLine(hostName, outcome);
+    toMainThread([text](PanelLogic& panel) { panel.view_.showHostMessage(text); });
+  }
+
+  void notice(const QString&, const QString& hostName, const QString& text) override {
+    toMainThread([hostName, text](PanelLogic& panel) {
+      if (panel.alerts_) panel.alerts_->showInformation(hostName, text);
+    });
+  }
+
+ private:
+  template <typename Work>
+  void toMainThread(Work work) {
+    std::shared_lock lock(gate_->mutex);
+    PanelLogic* panel = gate_->panel;
+    // Dropped with the panel if it goes before the main thread gets to it.
+    if (panel)
+      QMetaObject::invokeMethod(
+          panel, [panel, work] { work(*panel); }, Qt::QueuedConnection);
+  }
+
+  std::shared_ptr<Gate> gate_;
+};
 
 PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelParts parts)
     : view_(view),
       coreQuilla_(std::make_unique<pen::CoreQuilla>(std::move(parts.central))),
-      commander_(std::make_unique<Commander>(std::move(parts.host), std::move(parts.alerts))),
+      commander_(std::make_unique<Commander>(std::move(parts.host), parts.alerts)),
       colorHelper_(parts.colorHelper ? parts.colorHelper() : nullptr),
       apiLogger_(std::make_unique<API_Logger>()),
       closing_(*apiLogger_, application),
@@ -37,6 +77,11 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
   self_->panel = this;
   apiLogger_->setTransport(std::move(parts.transport));
   apiLogger_->setTerminationReply(&application);
+  alerts_ = std::move(parts.alerts);
+  if (parts.nativeHosts) {
+    commander_->setNativeHosts(std::make_shared<HostDispatcher>(
+        parts.nativeHosts(), std::make_shared<HostEventsToPanel>(self_), kHostTimeout));
+  }
   Q_UNUSED(bCalcSimilarColor);
 }
 

@@ -13,6 +13,7 @@
 #include "app/PanelView.h"
 #include "bridge/AlertPresenter.h"
 #include "bridge/Commander.h"
+#include "bridge/DesignHost.h"
 #include "bridge/HostDescription.h"
 #include "color/ColorHelper.h"
 #include "events/NotificationCenter.h"
@@ -36,6 +37,9 @@ struct PanelParts {
   // The screen picker's state; made between the bridge and the sender. Empty
   // for a panel without a screen (the command-line listener).
   std::function<std::unique_ptr<ColorHelper>()> colorHelper;
+  // The native design applications (GIMP, Inkscape, Krita) pushed to after
+  // Photoshop and Illustrator; none when empty.
+  std::function<std::vector<std::unique_ptr<DesignHost>>()> nativeHosts;
 };
 
 // The main colour panel without its drawing: it owns the pen link, the bridge
@@ -126,6 +130,11 @@ class PanelLogic : public QObject {
 
   mutable std::mutex colorMutex_;
   std::optional<ColorStruct> currentColorStruct_;  // guarded by colorMutex_
+  // Notices from the design applications (Krita's plug-in) are shown with
+  // these; null shows none.
+  std::shared_ptr<AlertPresenter> alerts_;
+  class HostEventsToPanel;
+
   // Declared for the library feature and never read.
   bool bCalcSimilarColor = true;
 

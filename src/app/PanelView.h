@@ -21,6 +21,10 @@ class PanelView {
   virtual void setBatteryShown(bool shown) = 0;
   // One of "10", "20", ... "100".
   virtual void setBatteryImage(const QString& imageName) = 0;
+  // A short message about a design application that did not simply take the
+  // colour ("Inkscape: nothing selected ..."). The listener prints nothing:
+  // its failure lines are already on standard output.
+  virtual void showHostMessage(const QString& text) { (void)text; }
 };
 
 // Shows nothing: the listener's panel.

@@ -192,7 +192,9 @@ void HostDispatcher::run(Worker& worker) {
   for (;;) {
     changed_.wait(lock, [&] { return stopping_ || worker.waiting || !worker.tasks.empty(); });
     if (stopping_) return;
-    if (!worker.tasks.empty()) {
+    // A waiting colour goes first, so a task sees every colour offered
+    // before it already pushed.
+    if (!worker.waiting) {
       std::function<void()> task = std::move(worker.tasks.front());
       worker.tasks.pop_front();
       worker.busy = true;

@@ -10,6 +10,7 @@
 #include "app/TerminationSignals.h"
 #include "app/cli/StderrAlertPresenter.h"
 #include "bridge/HostDescription.h"
+#include "bridge/linux/NativeHosts.h"
 #include "pen/CentralManager.h"
 #include "telemetry/network/NetworkUsageTransport.h"
 
@@ -41,7 +42,8 @@ int runListenCommand(int argc, char** argv) {
                               defaultHostDescription(),
                               std::make_shared<StderrAlertPresenter>(),
                               std::make_shared<NetworkUsageTransport>(),
-                              {}});
+                              {},
+                              nativeDesignHosts});
   panel.viewDidLoad();
   panel.appear();
   delegate.applicationDidFinishLaunching();

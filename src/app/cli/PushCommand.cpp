@@ -13,8 +13,8 @@
 #include "bridge/HostDescription.h"
 #include "bridge/HostDispatcher.h"
 #include "bridge/linux/NativeHosts.h"
-#include "tools/ConvertCommand.h"
 #include "common/Log.h"
+#include "tools/ConvertCommand.h"
 
 namespace tw {
 
@@ -80,7 +80,8 @@ int runPushCommand(int argc, char** argv) {
       return 0;
     }
     if (std::strcmp(argv[i], "--to") == 0 && i + 1 < argc) {
-      named = QString::fromLocal8Bit(argv[++i]).toLower().split(QLatin1Char(','), Qt::SkipEmptyParts);
+      named =
+          QString::fromLocal8Bit(argv[++i]).toLower().split(QLatin1Char(','), Qt::SkipEmptyParts);
       continue;
     }
     if (std::strcmp(argv[i], "--timeout") == 0 && i + 1 < argc) {
@@ -105,8 +106,9 @@ int runPushCommand(int argc, char** argv) {
   char* qtArgv[] = {name, nullptr};
   QCoreApplication app(qtArgc, qtArgv);
 
-  auto dispatcher = std::make_shared<HostDispatcher>(
-      nativeDesignHosts(), std::make_shared<PrintingEvents>(), std::chrono::milliseconds(timeoutMs));
+  auto dispatcher =
+      std::make_shared<HostDispatcher>(nativeDesignHosts(), std::make_shared<PrintingEvents>(),
+                                       std::chrono::milliseconds(timeoutMs));
   const std::vector<QString> nativeKeys = dispatcher->keys();
   if (named) {
     for (const QString& key : *named) {
@@ -150,10 +152,12 @@ int runPushCommand(int argc, char** argv) {
 
   bool namedFailed = false;
   bool any = false;
-  const std::map<QString, QString> scriptNames = {{QStringLiteral("photoshop"), QStringLiteral("Photoshop")},
-                                                  {QStringLiteral("illustrator"), QStringLiteral("Illustrator")}};
+  const std::map<QString, QString> scriptNames = {
+      {QStringLiteral("photoshop"), QStringLiteral("Photoshop")},
+      {QStringLiteral("illustrator"), QStringLiteral("Illustrator")}};
   for (const QString& key : kScriptHosts) {
-    const bool pushed = std::find(scriptPushed.begin(), scriptPushed.end(), key) != scriptPushed.end();
+    const bool pushed =
+        std::find(scriptPushed.begin(), scriptPushed.end(), key) != scriptPushed.end();
     if (pushed) {
       any = true;
       printLine(scriptNames.at(key) + QStringLiteral(": script opened with ") + color->hex());

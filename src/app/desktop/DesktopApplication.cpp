@@ -11,6 +11,7 @@
 #include "app/desktop/PanelWindow.h"
 #include "app/desktop/ViewController_plus.h"
 #include "bridge/HostDescription.h"
+#include "bridge/linux/NativeHosts.h"
 #include "pen/CentralManager.h"
 #include "resources/NamedImages.h"
 #include "telemetry/network/NetworkUsageTransport.h"
@@ -18,10 +19,12 @@
 namespace tw {
 
 PanelParts desktopPanelParts() {
-  return PanelParts{pen::platformCentralFactory(), defaultHostDescription(),
+  return PanelParts{pen::platformCentralFactory(),
+                    defaultHostDescription(),
                     std::make_shared<MessageBoxAlertPresenter>(),
                     std::make_shared<NetworkUsageTransport>(),
-                    [] { return std::make_unique<ColorHelper>(); }};
+                    [] { return std::make_unique<ColorHelper>(); },
+                    nativeDesignHosts};
 }
 
 namespace {

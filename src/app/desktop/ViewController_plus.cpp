@@ -207,6 +207,25 @@ void ViewController_plus::buildLayout() {
   layout->addLayout(grid);
   layout->addSpacing(4);
   layout->addLayout(bottom);
+
+  // Hidden unless a design application has something to say, so the panel
+  // looks as it always has.
+  hostMessage = new QLabel(this);
+  hostMessage->setObjectName(QStringLiteral("hostMessage"));
+  hostMessage->setWordWrap(true);
+  hostMessage->setStyleSheet(QStringLiteral("color: #f0e0a0;"));
+  hostMessage->hide();
+  layout->addWidget(hostMessage);
+  hostMessageTimer_ = new QTimer(this);
+  hostMessageTimer_->setSingleShot(true);
+  hostMessageTimer_->setInterval(6000);
+  connect(hostMessageTimer_, &QTimer::timeout, hostMessage, &QWidget::hide);
+}
+
+void ViewController_plus::showHostMessage(const QString& text) {
+  hostMessage->setText(text);
+  hostMessage->show();
+  hostMessageTimer_->start();
 }
 
 void ViewController_plus::viewDidLoad() { logic_->viewDidLoad(); }

@@ -5,6 +5,7 @@
 #include <QLineEdit>
 #include <QPointer>
 #include <QPushButton>
+#include <QTimer>
 #include <QWidget>
 #include <memory>
 
@@ -88,6 +89,9 @@ class ViewController_plus : public QWidget, public PanelView {
   void setConnectionImage(const QString& imageName) override;
   void setBatteryShown(bool shown) override;
   void setBatteryImage(const QString& imageName) override;
+  // Shown under the panel for a few seconds, then hidden again.
+  void showHostMessage(const QString& text) override;
+  QPointer<QLabel> hostMessage;
 
   // The background every appearance sets: opaque (40, 40, 20), a dark olive.
   static QColor backgroundColor();
@@ -102,6 +106,7 @@ class ViewController_plus : public QWidget, public PanelView {
 
   std::unique_ptr<PanelLogic> logic_;
   ColorTransfer* colorTransfer_ = nullptr;
+  QTimer* hostMessageTimer_ = nullptr;
 };
 
 }  // namespace tw

@@ -87,8 +87,8 @@ GimpHost::Answer GimpHost::run(const std::optional<HostColor>& color,
   }
   QFile::remove(path);
   const quint64 sequence = ++sequence_;
-  QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kInterface,
-                                                     QStringLiteral("BatchRun"));
+  QDBusMessage call =
+      QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("BatchRun"));
   call << QStringLiteral("plug-in-script-fu-eval") << script(color, sequence, path);
   const QDBusMessage reply = callWithin(bus_, call, deadline);
   if (std::optional<PushOutcome> failure = callFailure(reply, timeout)) return {*failure, {}};

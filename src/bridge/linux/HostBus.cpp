@@ -28,8 +28,7 @@ std::optional<PushOutcome> callFailure(const QDBusMessage& reply,
       reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner")) {
     return PushOutcome{PushStatus::NotRunning, QStringLiteral("not running on this session bus")};
   }
-  if (type == QDBusError::NoReply || type == QDBusError::Timeout ||
-      type == QDBusError::TimedOut) {
+  if (type == QDBusError::NoReply || type == QDBusError::Timeout || type == QDBusError::TimedOut) {
     return PushOutcome{PushStatus::Failed, noAnswerReason(timeout)};
   }
   if (type == QDBusError::Disconnected) {

@@ -17,7 +17,8 @@ QDBusMessage callWithin(const QDBusConnection& bus, const QDBusMessage& call,
 // The outcome a failed reply stands for (absent for a good reply): a missing
 // service is NotRunning, no reply in time is a time-out, the rest is the
 // error's own message.
-std::optional<PushOutcome> callFailure(const QDBusMessage& reply, std::chrono::milliseconds timeout);
+std::optional<PushOutcome> callFailure(const QDBusMessage& reply,
+                                       std::chrono::milliseconds timeout);
 QString noAnswerReason(std::chrono::milliseconds timeout);
 
 }  // namespace tw

@@ -61,12 +61,12 @@ PushOutcome InkscapeHost::push(const HostColor& color, std::chrono::milliseconds
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   // With no document window (the welcome screen, or every window closed)
   // there is no selection to colour.
-  const QDBusMessage windows = callWithin(
-      bus_,
-      QDBusMessage::createMethodCall(kService, kWindowsPath,
-                                     QStringLiteral("org.freedesktop.DBus.Introspectable"),
-                                     QStringLiteral("Introspect")),
-      deadline);
+  const QDBusMessage windows =
+      callWithin(bus_,
+                 QDBusMessage::createMethodCall(
+                     kService, kWindowsPath, QStringLiteral("org.freedesktop.DBus.Introspectable"),
+                     QStringLiteral("Introspect")),
+                 deadline);
   if (std::optional<PushOutcome> failure = callFailure(windows, timeout)) return *failure;
   if (!windows.arguments().value(0).toString().contains(QStringLiteral("<node name="))) {
     return {PushStatus::NothingSelected, QStringLiteral("no drawing open in Inkscape")};
