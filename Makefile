@@ -25,13 +25,18 @@ DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev
 # make tidy: clang-tidy-14 and its parallel runner.
 DEB_PACKAGES += clang-tidy-14
 
+# The design applications the bridge is tested against (about 730 MB, so not
+# in `make deps`): make design-apps-deps installs them; make test runs their
+# tests when they are there and says which it left out.
+DESIGN_APP_PACKAGES := gimp inkscape krita python3-pyqt5 python3-sip x11-apps
+DESIGN_APP_PROGRAMS := gimp inkscape krita xwd
+
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench startup-bench format format-check tidy clean
-
-deps:
+# Installs the Debian packages named in $(1) that are missing.
+define install_missing
 	@missing=""; \
-	for p in $(DEB_PACKAGES); do \
+	for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -39,6 +44,30 @@ deps:
 	  $(SUDO) apt-get update -qq && \
 	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+endef
+
+# Says which real-application tests a run leaves out, and why.
+define report_design_apps
+	@absent=""; for p in $(DESIGN_APP_PROGRAMS); do command -v $$p >/dev/null || absent="$$absent $$p"; done; \
+	if [ -n "$$absent" ]; then \
+	  echo "NOTE: the tests against the real design applications were left out (not installed:$$absent);" \
+	       "make design-apps-deps installs them, make design-apps-test runs them."; \
+	fi
+endef
+
+.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench startup-bench format format-check tidy clean
+
+deps:
+	$(call install_missing,$(DEB_PACKAGES))
+
+.PHONY: design-apps-deps design-apps-test
+design-apps-deps: deps
+	$(call install_missing,$(DESIGN_APP_PACKAGES))
+
+# The bridge against the real GIMP, Inkscape and Krita under Xvfb.
+design-apps-test: build
+	$(call report_design_apps)
+	cd $(BUILD) && ctest --output-on-failure -L design_apps
 
 $(BUILD)/build.ninja:
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release $(WERROR_FLAGS) $(CMAKE_FLAGS)
@@ -55,9 +84,12 @@ run: build
 	       "or try ./$(BUILD)/tintwell --help for the command-line tools" >&2; exit 1; fi
 	./$(BUILD)/tintwell
 
-# Everything but the ten-minute telemetry soak (make soak).
+# Everything but the ten-minute telemetry soak (make soak); the real design
+# applications' tests when they are installed.
 test: build
+	$(call report_design_apps)
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -LE soak
+	$(call report_design_apps)
 
 # 1,000 telemetry ticks against a server that fails every third request.
 soak: build

@@ -21,7 +21,8 @@ using namespace std::chrono_literals;
 // real applications have tests of their own.
 class RecordingHost : public DesignHost {
  public:
-  RecordingHost(QString key, QString processName) : key_(std::move(key)), process_(std::move(processName)) {}
+  RecordingHost(QString key, QString processName)
+      : key_(std::move(key)), process_(std::move(processName)) {}
 
   QString key() const override { return key_; }
   QString displayName() const override { return key_.toUpper(); }
@@ -240,9 +241,8 @@ TEST(HostDispatcherTest, WithHostRunsBetweenPushesOnTheHostsThread) {
   Fixture f;
   f.dispatcher->offerTo(QStringLiteral("alpha"), kGreen);
   std::optional<HostColor> read;
-  ASSERT_TRUE(f.dispatcher->withHost(QStringLiteral("alpha"), [&](DesignHost& host) {
-    read = host.readBack(100ms);
-  }));
+  ASSERT_TRUE(f.dispatcher->withHost(QStringLiteral("alpha"),
+                                     [&](DesignHost& host) { read = host.readBack(100ms); }));
   // The push offered first has run before the read.
   EXPECT_EQ(read, kGreen);
 }

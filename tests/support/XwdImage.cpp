@@ -31,7 +31,8 @@ std::optional<QImage> imageFromXwd(const QByteArray& xwd) {
   const quint32 blueMask = field(xwd, 16);
   const quint32 colors = field(xwd, 19);  // the colour map entries written
   // ZPixmap only, 24 or 32 bits a pixel.
-  if (version != 7 || format != 2 || (bitsPerPixel != 24 && bitsPerPixel != 32)) return std::nullopt;
+  if (version != 7 || format != 2 || (bitsPerPixel != 24 && bitsPerPixel != 32))
+    return std::nullopt;
   const qint64 dataStart = qint64(headerSize) + qint64(colors) * 12;
   if (dataStart + qint64(bytesPerLine) * height > xwd.size()) return std::nullopt;
   const int bytesPerPixel = int(bitsPerPixel / 8);

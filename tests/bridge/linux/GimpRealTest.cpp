@@ -25,8 +25,8 @@ class GimpRealTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     if (!testing::hasProgram(QStringLiteral("gimp"))) return;
-    xvfb = new testing::XvfbServer({QStringLiteral("-screen"), QStringLiteral("0"),
-                                    QStringLiteral("1280x1024x24")});
+    xvfb = new testing::XvfbServer(
+        {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1280x1024x24")});
     session = new DesignAppSession(xvfb->display());
     if (!xvfb->isRunning() || !session->isReady()) return;
     session->start(QStringLiteral("gimp"), {QStringLiteral("--no-splash")});
@@ -43,8 +43,9 @@ class GimpRealTest : public ::testing::Test {
     xvfb = nullptr;
   }
   void SetUp() override {
-    if (!testing::hasProgram(QStringLiteral("gimp"))) {
-      GTEST_SKIP() << "GIMP is not installed (make design-apps-deps installs it)";
+    if (!testing::hasProgram(QStringLiteral("gimp")) ||
+        !testing::hasProgram(QStringLiteral("xwd"))) {
+      GTEST_SKIP() << "GIMP or xwd is not installed (make design-apps-deps installs them)";
     }
     ASSERT_TRUE(ready) << "GIMP did not take a script within two minutes:\n"
                        << session->output().toStdString();
@@ -56,10 +57,11 @@ class GimpRealTest : public ::testing::Test {
     qsizetype count = 0;
     DesignAppSession::waitUntil(
         [&] {
-          const QByteArray xwd = session->runTool(QStringLiteral("xwd"),
-                                                  {QStringLiteral("-root"), QStringLiteral("-silent")});
+          const QByteArray xwd = session->runTool(
+              QStringLiteral("xwd"), {QStringLiteral("-root"), QStringLiteral("-silent")});
           const auto image = testing::imageFromXwd(xwd);
-          count = image ? testing::countPixels(*image, qRgb(color.red, color.green, color.blue)) : -1;
+          count =
+              image ? testing::countPixels(*image, qRgb(color.red, color.green, color.blue)) : -1;
           return count >= atLeast;
         },
         10s);
@@ -77,7 +79,8 @@ class GimpRealTest : public ::testing::Test {
 constexpr qsizetype kSwatchPixels = 100;
 
 TEST_F(GimpRealTest, EachPushedColourIsTheForegroundReadBackAndShown) {
-  for (const HostColor color : {HostColor{26, 43, 60}, HostColor{200, 50, 100}, HostColor{60, 180, 160}}) {
+  for (const HostColor color :
+       {HostColor{26, 43, 60}, HostColor{200, 50, 100}, HostColor{60, 180, 160}}) {
     EXPECT_LT(pixelsOnScreen(color, 0), kSwatchPixels) << color.hex().toStdString();
     const PushOutcome outcome = host->push(color, 5s);
     EXPECT_EQ(outcome.status, PushStatus::Confirmed) << outcome.reason.toStdString();
@@ -92,8 +95,9 @@ TEST_F(GimpRealTest, ColoursThePanelAcceptsReachGimpAfterTheStartUpColour) {
   auto hosts = std::vector<std::unique_ptr<DesignHost>>{};
   hosts.push_back(std::make_unique<GimpHost>(session->bus()));
   auto dispatcher = std::make_shared<HostDispatcher>(std::move(hosts), nullptr, 5000ms);
-  Commander commander(std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
-      std::vector<RunningApplication>{{QStringLiteral("gimp-2.10"), QStringLiteral("/usr/bin/gimp-2.10")}})));
+  Commander commander(std::make_shared<WineHostDescription>(
+      std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{
+          {QStringLiteral("gimp-2.10"), QStringLiteral("/usr/bin/gimp-2.10")}})));
   commander.setNativeHosts(dispatcher);
 
   const HostColor before = *host->readBack(5s);
@@ -115,8 +119,8 @@ TEST_F(GimpRealTest, TheCommandLinePushPrintsTheOutcomeAndGimpHasTheColour) {
   QProcess push;
   push.setProcessEnvironment(session->environment());
   push.start(qEnvironmentVariable("TINTWELL_BIN"),
-             {QStringLiteral("push"), QStringLiteral("90"), QStringLiteral("80"), QStringLiteral("70"),
-              QStringLiteral("--to"), QStringLiteral("gimp")});
+             {QStringLiteral("push"), QStringLiteral("90"), QStringLiteral("80"),
+              QStringLiteral("70"), QStringLiteral("--to"), QStringLiteral("gimp")});
   ASSERT_TRUE(push.waitForFinished(30000));
   EXPECT_EQ(push.exitCode(), 0) << push.readAllStandardError().toStdString();
   EXPECT_EQ(push.readAllStandardOutput(), QByteArray("GIMP: #5a5046 set\n"));

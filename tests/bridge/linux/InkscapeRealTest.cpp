@@ -36,8 +36,8 @@ class InkscapeRealTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     if (!testing::hasProgram(QStringLiteral("inkscape"))) return;
-    xvfb = new testing::XvfbServer({QStringLiteral("-screen"), QStringLiteral("0"),
-                                    QStringLiteral("1280x1024x24")});
+    xvfb = new testing::XvfbServer(
+        {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1280x1024x24")});
     session = new DesignAppSession(xvfb->display());
     if (!xvfb->isRunning() || !session->isReady()) return;
     // A fresh profile opens a welcome screen instead of the drawing.
@@ -50,7 +50,9 @@ class InkscapeRealTest : public ::testing::Test {
     session->start(QStringLiteral("inkscape"), {drawing});
     host = new InkscapeHost(session->bus());
     ready = DesignAppSession::waitUntil(
-        [] { return windowAction(1, QStringLiteral("select-all")).type() == QDBusMessage::ReplyMessage; },
+        [] {
+          return windowAction(1, QStringLiteral("select-all")).type() == QDBusMessage::ReplyMessage;
+        },
         120s);
   }
   static void TearDownTestSuite() {
@@ -62,8 +64,9 @@ class InkscapeRealTest : public ::testing::Test {
     xvfb = nullptr;
   }
   void SetUp() override {
-    if (!testing::hasProgram(QStringLiteral("inkscape"))) {
-      GTEST_SKIP() << "Inkscape is not installed (make design-apps-deps installs it)";
+    if (!testing::hasProgram(QStringLiteral("inkscape")) ||
+        !testing::hasProgram(QStringLiteral("xwd"))) {
+      GTEST_SKIP() << "Inkscape or xwd is not installed (make design-apps-deps installs them)";
     }
     ASSERT_TRUE(ready) << "Inkscape showed no drawing window within two minutes:\n"
                        << session->output().toStdString();
@@ -74,9 +77,10 @@ class InkscapeRealTest : public ::testing::Test {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write(bytes);
   }
-  static QDBusMessage activate(const QString& path, const QString& name, const QVariantList& parameters = {}) {
-    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.inkscape.Inkscape"), path,
-                                                       QStringLiteral("org.gtk.Actions"),
+  static QDBusMessage activate(const QString& path, const QString& name,
+                               const QVariantList& parameters = {}) {
+    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.inkscape.Inkscape"),
+                                                       path, QStringLiteral("org.gtk.Actions"),
                                                        QStringLiteral("Activate"));
     call << name << QVariant(parameters) << QVariant(QVariantMap());
     return session->bus().call(call, QDBus::Block, 10000);
@@ -103,18 +107,19 @@ class InkscapeRealTest : public ::testing::Test {
     qsizetype count = 0;
     DesignAppSession::waitUntil(
         [&] {
-          const auto image = testing::imageFromXwd(
-              session->runTool(QStringLiteral("xwd"), {QStringLiteral("-root"), QStringLiteral("-silent")}));
-          count = image ? testing::countPixels(*image, qRgb(color.red, color.green, color.blue)) : -1;
+          const auto image = testing::imageFromXwd(session->runTool(
+              QStringLiteral("xwd"), {QStringLiteral("-root"), QStringLiteral("-silent")}));
+          count =
+              image ? testing::countPixels(*image, qRgb(color.red, color.green, color.blue)) : -1;
           return count >= atLeast;
         },
         10s);
     return count;
   }
   static QByteArray clipboard() {
-    return session->runTool(QStringLiteral("xclip"),
-                            {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")},
-                            5000);
+    return session->runTool(
+        QStringLiteral("xclip"),
+        {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")}, 5000);
   }
 
   static inline testing::XvfbServer* xvfb = nullptr;
@@ -129,7 +134,8 @@ constexpr qsizetype kSquarePixels = 5000;
 
 TEST_F(InkscapeRealTest, TheSelectionTakesEachPushedColourReadBackAndShown) {
   windowAction(1, QStringLiteral("select-all"));
-  for (const HostColor color : {HostColor{26, 43, 60}, HostColor{200, 50, 100}, HostColor{60, 180, 160}}) {
+  for (const HostColor color :
+       {HostColor{26, 43, 60}, HostColor{200, 50, 100}, HostColor{60, 180, 160}}) {
     EXPECT_LT(pixelsOnScreen(color, 0), kSquarePixels);
     const PushOutcome outcome = host->push(color, 5s);
     EXPECT_EQ(outcome.status, PushStatus::Confirmed) << outcome.reason.toStdString();
@@ -167,8 +173,9 @@ TEST_F(InkscapeRealTest, ColoursThePanelAcceptsReachTheSelectionThroughTheBridge
   std::vector<std::unique_ptr<DesignHost>> hosts;
   hosts.push_back(std::make_unique<InkscapeHost>(session->bus()));
   auto dispatcher = std::make_shared<HostDispatcher>(std::move(hosts), nullptr, 5000ms);
-  Commander commander(std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
-      std::vector<RunningApplication>{{QStringLiteral("inkscape"), QStringLiteral("/usr/bin/inkscape")}})));
+  Commander commander(std::make_shared<WineHostDescription>(
+      std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{
+          {QStringLiteral("inkscape"), QStringLiteral("/usr/bin/inkscape")}})));
   commander.setNativeHosts(dispatcher);
   windowAction(1, QStringLiteral("select-all"));
   commander.sendColorToApps(ColorStruct::fromChannels(250, 250, 250));  // start-up: not pushed
@@ -181,7 +188,10 @@ TEST_F(InkscapeRealTest, ColoursThePanelAcceptsReachTheSelectionThroughTheBridge
 TEST_F(InkscapeRealTest, WithTwoWindowsTheActiveOnesSelectionIsColoured) {
   ASSERT_EQ(windowAction(1, QStringLiteral("window-new")).type(), QDBusMessage::ReplyMessage);
   ASSERT_TRUE(DesignAppSession::waitUntil(
-      [] { return windowAction(2, QStringLiteral("select-all")).type() == QDBusMessage::ReplyMessage; }, 30s));
+      [] {
+        return windowAction(2, QStringLiteral("select-all")).type() == QDBusMessage::ReplyMessage;
+      },
+      30s));
   const PushOutcome outcome = host->push(HostColor{222, 111, 0}, 5s);
   EXPECT_EQ(outcome.status, PushStatus::Confirmed) << outcome.reason.toStdString();
   EXPECT_EQ(squareFill(), QStringLiteral("#de6f00"));
@@ -194,7 +204,11 @@ TEST_F(InkscapeRealTest, AHungInkscapeCostsOneFailureAndTheNextColourArrives) {
   session->thaw();
   EXPECT_EQ(hung.status, PushStatus::Failed);
   EXPECT_EQ(hung.reason, QStringLiteral("no answer within 700 ms"));
-  DesignAppSession::waitUntil([] { return host->push(HostColor{4, 5, 6}, 5s).status == PushStatus::Confirmed; }, 20s);
+  DesignAppSession::waitUntil(
+      [] {
+        return host->push(HostColor{4, 5, 6}, 5s).status == PushStatus::Confirmed;
+      },
+      20s);
   EXPECT_EQ(squareFill(), QStringLiteral("#040506"));
 }
 

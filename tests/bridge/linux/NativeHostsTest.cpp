@@ -22,7 +22,8 @@ TEST(GimpHostTest, TheScriptSetsTheForegroundAndWritesTheNumberedAnswer) {
                            "(let ((port (open-output-file \"/run/a \\\"b\\\"\\\\c\"))) "
                            "(write (list 7 (car (gimp-context-get-foreground))) port) "
                            "(close-output-port port)))"));
-  EXPECT_FALSE(GimpHost::script(std::nullopt, 1, QStringLiteral("/a")).contains(QStringLiteral("set-foreground")));
+  EXPECT_FALSE(GimpHost::script(std::nullopt, 1, QStringLiteral("/a"))
+                   .contains(QStringLiteral("set-foreground")));
 }
 
 TEST(GimpHostTest, OnlyTheAnswerToThisPushCounts) {
@@ -65,7 +66,8 @@ TEST(InkscapeHostTest, FillsAreReadFromStylesAndAttributes) {
 TEST(NativeHostsOnAnEmptyBusTest, NeitherApplicationThereIsNotRunning) {
   testing::PrivateBus bus(testing::PrivateBus::Kind::Session);
   ASSERT_FALSE(bus.address().isEmpty());
-  const QDBusConnection connection = QDBusConnection::connectToBus(bus.address(), QStringLiteral("empty"));
+  const QDBusConnection connection =
+      QDBusConnection::connectToBus(bus.address(), QStringLiteral("empty"));
   GimpHost gimp(connection);
   InkscapeHost inkscape(connection);
   const PushOutcome gimpOutcome = gimp.push(HostColor{1, 2, 3}, 2s);
