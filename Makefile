@@ -119,6 +119,12 @@ tsan-test:
 bench: build
 	./$(BUILD)/bench/tintwell_bench
 
+# Colour accepted -> confirmed in the real GIMP, Inkscape and Krita (200 pushes
+# each, median and p99), and how long the accepting thread is busy per push.
+.PHONY: design-apps-bench
+design-apps-bench: build
+	./$(BUILD)/bench/design_app_latency --pushes 200
+
 # Throughput of `tintwell convert` over every 8-bit colour.
 convert-bench: build
 	bench/convert_throughput.sh $(BUILD)
