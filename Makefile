@@ -157,6 +157,10 @@ clean:
 screenshots: build
 	tools/screenshots.sh $(BUILD) docs/images
 
+.PHONY: design-app-screenshot
+design-app-screenshot: build
+	tools/design_app_screenshot.sh $(BUILD) docs/images
+
 .PHONY: demo
 demo: build
 	tools/demo.sh $(BUILD)
