@@ -61,9 +61,9 @@ struct HostUnderTest {
 };
 
 QDBusMessage inkscapeAction(DesignAppSession& session, const QString& path, const QString& name) {
-  QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.inkscape.Inkscape"), path,
-                                                     QStringLiteral("org.gtk.Actions"),
-                                                     QStringLiteral("Activate"));
+  QDBusMessage call =
+      QDBusMessage::createMethodCall(QStringLiteral("org.inkscape.Inkscape"), path,
+                                     QStringLiteral("org.gtk.Actions"), QStringLiteral("Activate"));
   call << name << QVariant(QVariantList()) << QVariant(QVariantMap());
   return session.bus().call(call, QDBus::Block, 10000);
 }
@@ -122,7 +122,9 @@ bool measure(const HostUnderTest& spec, const QString& display, int pushes) {
     const auto probe = spec.make(session);
     spec.ready(session);
     const bool answered = DesignAppSession::waitUntil(
-        [&] { return probe->push(tw::HostColor{1, 2, 3}, 2s).status == tw::PushStatus::Confirmed; },
+        [&] {
+          return probe->push(tw::HostColor{1, 2, 3}, 2s).status == tw::PushStatus::Confirmed;
+        },
         180s);
     if (!answered) {
       std::printf("%-9s never confirmed a colour\n", qPrintable(spec.key));
@@ -195,8 +197,8 @@ int main(int argc, char** argv) {
     if (args[i] == QStringLiteral("--pushes") && i + 1 < args.size()) pushes = args[++i].toInt();
     if (args[i] == QStringLiteral("--hosts") && i + 1 < args.size()) wanted = args[++i].split(',');
   }
-  tw::testing::XvfbServer xvfb({QStringLiteral("-screen"), QStringLiteral("0"),
-                                QStringLiteral("1280x1024x24")});
+  tw::testing::XvfbServer xvfb(
+      {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1280x1024x24")});
   if (!xvfb.isRunning()) {
     std::fprintf(stderr, "design_app_latency: Xvfb did not start\n");
     return 1;
