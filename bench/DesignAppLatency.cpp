@@ -61,11 +61,7 @@ struct HostUnderTest {
 };
 
 QDBusMessage inkscapeAction(DesignAppSession& session, const QString& path, const QString& name) {
-  QDBusMessage call =
-      QDBusMessage::createMethodCall(QStringLiteral("org.inkscape.Inkscape"), path,
-                                     QStringLiteral("org.gtk.Actions"), QStringLiteral("Activate"));
-  call << name << QVariant(QVariantList()) << QVariant(QVariantMap());
-  return session.bus().call(call, QDBus::Block, 10000);
+  return session.activateAction(QStringLiteral("org.inkscape.Inkscape"), path, name);
 }
 
 std::vector<HostUnderTest> allHosts() {

@@ -55,8 +55,8 @@ class PanelInkscapeTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     if (!testing::hasProgram(QStringLiteral("inkscape"))) return;
-    xvfb = new testing::XvfbServer({QStringLiteral("-screen"), QStringLiteral("0"),
-                                    QStringLiteral("1024x768x24")});
+    xvfb = new testing::XvfbServer(
+        {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")});
     session = new DesignAppSession(xvfb->display());
     QDir().mkpath(session->configDir() + QStringLiteral("/inkscape"));
     write(session->configDir() + QStringLiteral("/inkscape/preferences.xml"),
@@ -68,7 +68,9 @@ class PanelInkscapeTest : public ::testing::Test {
           "<rect width=\"100\" height=\"100\" style=\"fill:#808080\"/></svg>");
     session->start(QStringLiteral("inkscape"), {drawing});
     ready = DesignAppSession::waitUntil(
-        [] { return windowAction(QStringLiteral("select-none")).type() == QDBusMessage::ReplyMessage; },
+        [] {
+          return windowAction(QStringLiteral("select-none")).type() == QDBusMessage::ReplyMessage;
+        },
         120s);
   }
   static void TearDownTestSuite() {
@@ -82,11 +84,8 @@ class PanelInkscapeTest : public ::testing::Test {
     if (file.open(QIODevice::WriteOnly)) file.write(bytes);
   }
   static QDBusMessage windowAction(const QString& name) {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.inkscape.Inkscape"), QStringLiteral("/org/inkscape/Inkscape/window/1"),
-        QStringLiteral("org.gtk.Actions"), QStringLiteral("Activate"));
-    call << name << QVariant(QVariantList()) << QVariant(QVariantMap());
-    return session->bus().call(call, QDBus::Block, 10000);
+    return session->activateAction(QStringLiteral("org.inkscape.Inkscape"),
+                                   QStringLiteral("/org/inkscape/Inkscape/window/1"), name);
   }
 
   void SetUp() override {
@@ -100,8 +99,9 @@ class PanelInkscapeTest : public ::testing::Test {
     parts.central = [](pen::CentralDelegate* d, QThread* q) {
       return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
     };
-    parts.host = std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
-        std::vector<RunningApplication>{{QStringLiteral("inkscape"), QStringLiteral("/usr/bin/inkscape")}}));
+    parts.host = std::make_shared<WineHostDescription>(
+        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{
+            {QStringLiteral("inkscape"), QStringLiteral("/usr/bin/inkscape")}}));
     parts.alerts = std::make_shared<SilentAlertPresenter>();
     parts.transport = std::make_shared<IdleTransport>();
     const QDBusConnection bus = session->bus();
@@ -119,7 +119,9 @@ class PanelInkscapeTest : public ::testing::Test {
         notification::newColor(), ColorStruct::fromChannels(r, g, b),
         UserInfo{{notification::quillaKey(), QStringLiteral("NewColor")}});
   }
-  HostStats stats() const { return *panel_->commander().nativeHosts()->stats(QStringLiteral("inkscape")); }
+  HostStats stats() const {
+    return *panel_->commander().nativeHosts()->stats(QStringLiteral("inkscape"));
+  }
 
   static inline testing::XvfbServer* xvfb = nullptr;
   static inline DesignAppSession* session = nullptr;

@@ -1,11 +1,14 @@
 #include "tests/support/DesignAppSession.h"
 
+#include "tests/support/XwdImage.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 #include <QCoreApplication>
 #include <QDir>
 #include <QStandardPaths>
 #include <QThread>
+#include <QVariantMap>
 #include <atomic>
 #include <csignal>
 
@@ -111,6 +114,30 @@ QByteArray DesignAppSession::runTool(const QString& program, const QStringList& 
     return {};
   }
   return tool.readAllStandardOutput();
+}
+
+QDBusMessage DesignAppSession::activateAction(const QString& service, const QString& path,
+                                              const QString& name,
+                                              const QVariantList& parameters) const {
+  QDBusMessage call = QDBusMessage::createMethodCall(
+      service, path, QStringLiteral("org.gtk.Actions"), QStringLiteral("Activate"));
+  // Plain values: Qt wraps each in the variant the action takes.
+  call << name << QVariant(parameters) << QVariant(QVariantMap());
+  return bus().call(call, QDBus::Block, 10000);
+}
+
+qsizetype DesignAppSession::pixelsOnScreen(QRgb rgb, qsizetype atLeast,
+                                           std::chrono::milliseconds limit) const {
+  qsizetype count = -1;
+  waitUntil(
+      [&] {
+        const auto image = imageFromXwd(
+            runTool(QStringLiteral("xwd"), {QStringLiteral("-root"), QStringLiteral("-silent")}));
+        count = image ? countPixels(*image, rgb) : -1;
+        return count >= atLeast;
+      },
+      limit);
+  return count;
 }
 
 bool DesignAppSession::waitUntil(const std::function<bool()>& ready,

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <QColor>
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QVariantList>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -53,6 +56,16 @@ class DesignAppSession {
   // Runs `program` in the session (xdotool, xclip, xwd) and returns its
   // standard output; empty on failure.
   QByteArray runTool(const QString& program, const QStringList& arguments, int ms = 20000) const;
+
+  // Activates the application action `name` on `path` of `service`
+  // (org.gtk.Actions, as GTK applications such as Inkscape export them).
+  QDBusMessage activateAction(const QString& service, const QString& path, const QString& name,
+                              const QVariantList& parameters = {}) const;
+  // Pixels of exactly `rgb` in a screenshot of the whole display, taken again
+  // until there are at least `atLeast` (applications redraw a moment after a
+  // change) or `limit` passes; -1 when no screenshot could be read.
+  qsizetype pixelsOnScreen(QRgb rgb, qsizetype atLeast,
+                           std::chrono::milliseconds limit = std::chrono::seconds(10)) const;
 
   // Polls `ready` every 200 ms until it holds or `limit` passes.
   static bool waitUntil(const std::function<bool()>& ready, std::chrono::milliseconds limit);

@@ -67,13 +67,8 @@ std::optional<HostColor> GimpHost::parseAnswer(const QByteArray& text, quint64 s
 }
 
 QString GimpHost::answerPath() {
-  if (!folder_) {
-    // Private (0700) and in the user's runtime folder where there is one, so
-    // no other user can read or plant an answer.
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    const QString base = runtime.isEmpty() ? QDir::tempPath() : runtime;
-    folder_ = std::make_unique<QTemporaryDir>(base + QStringLiteral("/tintwell-gimp-XXXXXX"));
-  }
+  // Private, so no other user can read or plant an answer.
+  if (!folder_) folder_ = privateFolder(QStringLiteral("tintwell-gimp"));
   if (!folder_->isValid()) return {};
   return folder_->filePath(QStringLiteral("answer"));
 }

@@ -1,6 +1,7 @@
 #include "bridge/linux/HostBus.h"
 
 #include <QDBusError>
+#include <QDir>
 #include <algorithm>
 
 namespace tw {
@@ -11,6 +12,13 @@ QDBusMessage callWithin(const QDBusConnection& bus, const QDBusMessage& call,
       deadline - std::chrono::steady_clock::now());
   const int ms = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 1));
   return bus.call(call, QDBus::Block, ms);
+}
+
+std::unique_ptr<QTemporaryDir> privateFolder(const QString& prefix) {
+  const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+  const QString base = runtime.isEmpty() ? QDir::tempPath() : runtime;
+  return std::make_unique<QTemporaryDir>(base + QLatin1Char('/') + prefix +
+                                         QStringLiteral("-XXXXXX"));
 }
 
 QString noAnswerReason(std::chrono::milliseconds timeout) {

@@ -2,7 +2,9 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QTemporaryDir>
 #include <chrono>
+#include <memory>
 #include <optional>
 
 #include "bridge/DesignHost.h"
@@ -20,5 +22,10 @@ QDBusMessage callWithin(const QDBusConnection& bus, const QDBusMessage& call,
 std::optional<PushOutcome> callFailure(const QDBusMessage& reply,
                                        std::chrono::milliseconds timeout);
 QString noAnswerReason(std::chrono::milliseconds timeout);
+
+// A folder only this user can open (0700), for the files an application
+// writes back to us: in $XDG_RUNTIME_DIR where there is one, else the
+// temporary folder. Removed with the object.
+std::unique_ptr<QTemporaryDir> privateFolder(const QString& prefix);
 
 }  // namespace tw

@@ -48,11 +48,7 @@ std::vector<HostColor> InkscapeHost::fills(const QByteArray& svg) {
 }
 
 QString InkscapeHost::exportPath() {
-  if (!folder_) {
-    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
-    const QString base = runtime.isEmpty() ? QDir::tempPath() : runtime;
-    folder_ = std::make_unique<QTemporaryDir>(base + QStringLiteral("/tintwell-inkscape-XXXXXX"));
-  }
+  if (!folder_) folder_ = privateFolder(QStringLiteral("tintwell-inkscape"));
   if (!folder_->isValid()) return {};
   return folder_->filePath(QStringLiteral("drawing.svg"));
 }

@@ -13,7 +13,6 @@
 #include "tests/support/DesignAppSession.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/XvfbServer.h"
-#include "tests/support/XwdImage.h"
 
 namespace tw {
 namespace {
@@ -51,21 +50,8 @@ class GimpRealTest : public ::testing::Test {
                        << session->output().toStdString();
   }
 
-  // Exact-colour pixels on the whole screen, once the count reaches `atLeast`
-  // (GIMP redraws its colour swatch a moment after the script) or 10 s pass.
   static qsizetype pixelsOnScreen(const HostColor& color, qsizetype atLeast = 1) {
-    qsizetype count = 0;
-    DesignAppSession::waitUntil(
-        [&] {
-          const QByteArray xwd = session->runTool(
-              QStringLiteral("xwd"), {QStringLiteral("-root"), QStringLiteral("-silent")});
-          const auto image = testing::imageFromXwd(xwd);
-          count =
-              image ? testing::countPixels(*image, qRgb(color.red, color.green, color.blue)) : -1;
-          return count >= atLeast;
-        },
-        10s);
-    return count;
+    return session->pixelsOnScreen(qRgb(color.red, color.green, color.blue), atLeast);
   }
 
   static inline testing::XvfbServer* xvfb = nullptr;

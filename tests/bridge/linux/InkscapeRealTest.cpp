@@ -18,7 +18,6 @@
 #include "bridge/linux/InkscapeHost.h"
 #include "tests/support/DesignAppSession.h"
 #include "tests/support/XvfbServer.h"
-#include "tests/support/XwdImage.h"
 
 namespace tw {
 namespace {
@@ -79,11 +78,7 @@ class InkscapeRealTest : public ::testing::Test {
   }
   static QDBusMessage activate(const QString& path, const QString& name,
                                const QVariantList& parameters = {}) {
-    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.inkscape.Inkscape"),
-                                                       path, QStringLiteral("org.gtk.Actions"),
-                                                       QStringLiteral("Activate"));
-    call << name << QVariant(parameters) << QVariant(QVariantMap());
-    return session->bus().call(call, QDBus::Block, 10000);
+    return session->activateAction(QStringLiteral("org.inkscape.Inkscape"), path, name, parameters);
   }
   static QDBusMessage windowAction(int window, const QString& name) {
     return activate(QStringLiteral("/org/inkscape/Inkscape/window/%1").arg(window), name);
@@ -104,17 +99,7 @@ class InkscapeRealTest : public ::testing::Test {
     return QRegularExpression(QStringLiteral("fill:(#[0-9a-f]{6})")).match(element).captured(1);
   }
   static qsizetype pixelsOnScreen(const HostColor& color, qsizetype atLeast) {
-    qsizetype count = 0;
-    DesignAppSession::waitUntil(
-        [&] {
-          const auto image = testing::imageFromXwd(session->runTool(
-              QStringLiteral("xwd"), {QStringLiteral("-root"), QStringLiteral("-silent")}));
-          count =
-              image ? testing::countPixels(*image, qRgb(color.red, color.green, color.blue)) : -1;
-          return count >= atLeast;
-        },
-        10s);
-    return count;
+    return session->pixelsOnScreen(qRgb(color.red, color.green, color.blue), atLeast);
   }
   static QByteArray clipboard() {
     return session->runTool(
