@@ -7,43 +7,13 @@
 set -euo pipefail
 
 build=${1:-build}
-find_bin() {
-  for candidate in "$@"; do
-    [ -x "$candidate" ] && { echo "$candidate"; return 0; }
-  done
-  echo "demo: cannot find $1; build first (make build)" >&2
-  return 1
-}
+me=demo
+# shellcheck source=tools/lib/private_session.sh
+source "$(dirname "$0")/lib/private_session.sh"
 tintwell=$(find_bin "$build/tintwell" "$build/src/tintwell")
 fake=$(find_bin "$build/tests/pen/fake_bluez/fake_bluez")
 
-work=$(mktemp -d)
-pids=()
-cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-  wait 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
-
-cat > "$work/bus.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=$work/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_type="method_call"/>
-    <allow send_destination="*"/><allow receive_sender="*"/>
-  </policy>
-</busconfig>
-CONF
-
-dbus-daemon --config-file="$work/bus.conf" --nofork --print-address=3 3>"$work/address" 2>/dev/null &
-pids+=($!)
-for _ in $(seq 100); do [ -s "$work/address" ] && break; sleep 0.05; done
-export DBUS_SYSTEM_BUS_ADDRESS=$(head -n1 "$work/address")
+start_system_bus
 export DBUS_SESSION_BUS_ADDRESS=disabled:
 # A fresh settings folder: the first run finds the pen by scanning. The script
 # folder and the Wine prefix are the demo's own, and usage reports go to a

@@ -11,13 +11,9 @@ set -euo pipefail
 build=${1:-build}
 out=${2:-docs/images}
 
-find_bin() {
-  for candidate in "$@"; do
-    [ -x "$candidate" ] && { echo "$candidate"; return 0; }
-  done
-  echo "design_app_screenshot: cannot find $1; build first (make build)" >&2
-  return 1
-}
+me=design_app_screenshot
+# shellcheck source=tools/lib/private_session.sh
+source "$(dirname "$0")/lib/private_session.sh"
 tintwell=$(find_bin "$build/tintwell" "$build/src/tintwell")
 grab=$(find_bin "$build/tools/grab/tw_grab" "$build/tw_grab")
 fake=$(find_bin "$build/tests/pen/fake_bluez/fake_bluez" "$build/fake_bluez")
@@ -29,72 +25,18 @@ readonly pen=AA:BB:CC:DD:EE:02
 readonly pen_colour=(0x01 0xFF 0x8C 0x1A) # packet: counter, red, green, blue = #FF8C1A
 readonly pen_hex=FF8C1A
 readonly battery_level=70
-readonly pen_fill=ff8c1a
 
-work=$(mktemp -d)
 mkdir -p "$out"
-pids=()
-stop() { # stop PID: ends one process this script started and reaps it
-  kill "$1" 2>/dev/null || true
-  wait "$1" 2>/dev/null || true
-}
-cleanup() {
-  local i
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do stop "${pids[i]}"; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
-
-fail() {
-  echo "design_app_screenshot: $*" >&2
-  for log in "$work"/*.out; do
-    [ -e "$log" ] && { echo "--- $log" >&2; tail -n 20 "$log" >&2; }
-  done
-  exit 1
-}
-
-# wait_for FILE REGEX [SECONDS]: until a line of FILE matches
-wait_for() {
-  local deadline=$((SECONDS + ${3:-15}))
-  until grep -Eq -- "$2" "$1" 2>/dev/null; do
-    ((SECONDS < deadline)) || fail "timed out waiting for /$2/ in $1"
-    sleep 0.05
-  done
-}
 
 # --- X server, buses and a clean environment ---
-Xvfb -displayfd 3 -screen 0 1280x720x24 -dpi 96 -noreset -nolisten tcp 3>"$work/display" \
-  >"$work/xvfb.log" 2>&1 &
-pids+=($!)
-for _ in $(seq 200); do [ -s "$work/display" ] && break; sleep 0.05; done
-[ -s "$work/display" ] || fail "Xvfb did not start"
-DISPLAY=:$(head -n1 "$work/display")
-export DISPLAY
-
-cat >"$work/bus.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=$work/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_type="method_call"/>
-    <allow send_destination="*"/><allow receive_sender="*"/>
-  </policy>
-</busconfig>
-CONF
-dbus-daemon --config-file="$work/bus.conf" --nofork --print-address=3 3>"$work/address" \
-  2>/dev/null &
-pids+=($!)
+start_xvfb 1280x720x24
+start_system_bus
 dbus-daemon --session --nofork --print-address=3 3>"$work/session" 2>/dev/null &
 pids+=($!)
-for _ in $(seq 200); do [ -s "$work/address" ] && [ -s "$work/session" ] && break; sleep 0.05; done
-[ -s "$work/address" ] && [ -s "$work/session" ] || fail "dbus-daemon did not start"
-DBUS_SYSTEM_BUS_ADDRESS=$(head -n1 "$work/address")
+for _ in $(seq 200); do [ -s "$work/session" ] && break; sleep 0.05; done
+[ -s "$work/session" ] || fail "the session bus did not start"
 DBUS_SESSION_BUS_ADDRESS=$(head -n1 "$work/session")
-export DBUS_SYSTEM_BUS_ADDRESS DBUS_SESSION_BUS_ADDRESS
+export DBUS_SESSION_BUS_ADDRESS
 export TINTWELL_TELEMETRY_URL=https://127.0.0.1:9 TINTWELL_TIME_SCALE=0.1
 export QT_QPA_PLATFORM=xcb QT_STYLE_OVERRIDE=Fusion QT_QPA_PLATFORMTHEME=
 export QT_SCALE_FACTOR=1 QT_ENABLE_HIGHDPI_SCALING=0 LANG=C.UTF-8 LC_ALL=C.UTF-8 NO_AT_BRIDGE=1
@@ -104,10 +46,6 @@ mkdir -m 700 "$XDG_RUNTIME_DIR" "$HOME"
 mkdir -p "$XDG_CONFIG_HOME/inkscape" "$XDG_DATA_HOME"
 unset WAYLAND_DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE DESKTOP_SESSION QT_FONT_DPI SESSION_MANAGER
 
-control() { # control METHOD ARGS...: a call on the fake BlueZ's control interface
-  dbus-send --system --print-reply --dest=org.tintwell.FakeBluez /org/tintwell/FakeBluez \
-    "org.tintwell.FakeBluez1.$1" "${@:2}"
-}
 inkscape_action() { # inkscape_action OBJECT ACTION PARAMETERS
   gdbus call --session --dest org.inkscape.Inkscape --object-path "/org/inkscape/Inkscape$1" \
     --method org.gtk.Actions.Activate "$2" "$3" "{}" >/dev/null

@@ -11,13 +11,9 @@ set -euo pipefail
 build=${1:-build}
 out=${2:-docs/images}
 
-find_bin() {
-  for candidate in "$@"; do
-    [ -x "$candidate" ] && { echo "$candidate"; return 0; }
-  done
-  echo "screenshots: cannot find $1; build first (make build)" >&2
-  return 1
-}
+me=screenshots
+# shellcheck source=tools/lib/private_session.sh
+source "$(dirname "$0")/lib/private_session.sh"
 tintwell=$(find_bin "$build/tintwell" "$build/src/tintwell")
 grab=$(find_bin "$build/tools/grab/tw_grab" "$build/tw_grab")
 fake=$(find_bin "$build/tests/pen/fake_bluez/fake_bluez" "$build/fake_bluez")
@@ -33,46 +29,10 @@ readonly pen_colour=(0x01 0xFF 0x8C 0x1A) # packet: counter, red, green, blue = 
 readonly pen_hex=FF8C1A
 readonly battery_level=70
 
-work=$(mktemp -d)
 mkdir -p "$out"
-pids=()
-stop() { # stop PID: ends one process this script started and reaps it
-  kill "$1" 2>/dev/null || true
-  wait "$1" 2>/dev/null || true
-}
-cleanup() {
-  local i
-  for ((i = ${#pids[@]} - 1; i >= 0; i--)); do stop "${pids[i]}"; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
-
-fail() {
-  echo "screenshots: $*" >&2
-  for log in "$work"/*.out; do
-    [ -e "$log" ] && { echo "--- $log" >&2; tail -n 20 "$log" >&2; }
-  done
-  exit 1
-}
-
-# wait_for FILE REGEX [SECONDS]: until a line of FILE matches
-wait_for() {
-  local deadline=$((SECONDS + ${3:-15}))
-  until grep -Eq -- "$2" "$1" 2>/dev/null; do
-    ((SECONDS < deadline)) || fail "timed out waiting for /$2/ in $1"
-    sleep 0.05
-  done
-}
 
 # --- X server, bus and a clean environment ---
-Xvfb -displayfd 3 -screen 0 900x700x24 -dpi 96 -noreset -nolisten tcp 3>"$work/display" \
-  >"$work/xvfb.log" 2>&1 &
-pids+=($!)
-for _ in $(seq 200); do [ -s "$work/display" ] && break; sleep 0.05; done
-[ -s "$work/display" ] || fail "Xvfb did not start"
-DISPLAY=:$(head -n1 "$work/display")
-export DISPLAY
+start_xvfb 900x700x24
 # The background as a root pixmap named in _XROOTPMAP_ID: a compositing
 # manager paints that (xsetroot -solid alone gives xcompmgr's grey).
 python3 - "$background" <<'PY' || fail "could not set the root background"
@@ -114,26 +74,7 @@ x.XSetCloseDownMode(d, RETAIN_PERMANENT)  # the pixmap outlives this client
 x.XCloseDisplay(d)
 PY
 
-cat >"$work/bus.conf" <<CONF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=$work/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_type="method_call"/>
-    <allow send_destination="*"/><allow receive_sender="*"/>
-  </policy>
-</busconfig>
-CONF
-dbus-daemon --config-file="$work/bus.conf" --nofork --print-address=3 3>"$work/address" \
-  2>/dev/null &
-pids+=($!)
-for _ in $(seq 200); do [ -s "$work/address" ] && break; sleep 0.05; done
-[ -s "$work/address" ] || fail "dbus-daemon did not start"
-DBUS_SYSTEM_BUS_ADDRESS=$(head -n1 "$work/address")
-export DBUS_SYSTEM_BUS_ADDRESS
+start_system_bus
 export DBUS_SESSION_BUS_ADDRESS=disabled:
 export TINTWELL_TELEMETRY_URL=https://127.0.0.1:9
 # The battery image follows 3 s after connecting; a tenth of that is enough.
@@ -144,11 +85,6 @@ export QT_SCALE_FACTOR=1 QT_ENABLE_HIGHDPI_SCALING=0 LANG=C.UTF-8 LC_ALL=C.UTF-8
 export XDG_RUNTIME_DIR=$work/runtime HOME=$work/home
 mkdir -m 700 "$XDG_RUNTIME_DIR" "$HOME"
 unset WAYLAND_DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE DESKTOP_SESSION QT_FONT_DPI
-
-control() { # control METHOD ARGS...: a call on the fake BlueZ's control interface
-  dbus-send --system --print-reply --dest=org.tintwell.FakeBluez /org/tintwell/FakeBluez \
-    "org.tintwell.FakeBluez1.$1" "${@:2}"
-}
 
 fake_pid='' app_pid=''
 start_fake() { # start_fake NAME [ARGS...]
