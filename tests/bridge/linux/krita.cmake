@@ -1,0 +1,3 @@
+# Krita's host: the settings edit, the installer and the socket client, each
+# against files and real local sockets in a temporary folder.
+tw_add_test(kritarc_test SOURCES linux/KritaRcTest.cpp LIBS tintwell_bridge_krita)
