@@ -1,3 +1,5 @@
 # Krita's host: the settings edit, the installer and the socket client, each
 # against files and real local sockets in a temporary folder.
 tw_add_test(kritarc_test SOURCES linux/KritaRcTest.cpp LIBS tintwell_bridge_krita)
+tw_add_test(krita_plugin_test SOURCES linux/KritaPluginTest.cpp LIBS tintwell_bridge_krita)
+target_compile_definitions(krita_plugin_test PRIVATE TW_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
