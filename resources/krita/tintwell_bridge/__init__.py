@@ -111,10 +111,12 @@ class TintwellBridge(Extension):
         self.connections = set()
         self.queued = None
         # A colour that arrived before any document was open waits here. It is
-        # applied by a short poll, running only while a colour waits, rather
-        # than on the notifier's viewCreated: that signal comes before the new
-        # view is the window's active view, and the poll covers every way a view
-        # appears (new image, opened file, a second krita handing over) alike.
+        # applied by a short poll that runs only while a colour waits, rather
+        # than from the notifier's viewCreated or a window's activeViewChanged:
+        # the poll needs no assumption about the order in which Krita creates a
+        # view, makes it active and gives it a canvas, nor about windows made
+        # later, and it covers every way a view appears (new image, opened file,
+        # a second krita handing over) alike. Idle, it costs nothing.
         self.queue_timer = QTimer(self)
         self.queue_timer.setInterval(QUEUE_POLL_MS)
         self.queue_timer.timeout.connect(self.apply_queued)
@@ -148,9 +150,9 @@ class TintwellBridge(Extension):
         self.server = server
         notifier = Krita.instance().notifier()
         notifier.setActive(True)
-        notifier.applicationClosing.connect(self.close)
+        notifier.applicationClosing.connect(self.stop_listening)
 
-    def close(self):
+    def stop_listening(self):
         if self.server is not None:
             # Removes the socket file, so Tintwell sees at once that Krita is gone.
             self.server.close()
