@@ -119,8 +119,8 @@ bool KritaPluginInstaller::pythonModulesPresent() const {
 QString KritaPluginInstaller::notice() const {
   const int shipped = krita_plugin::shippedVersion();
   QString text;
-  if (QFileInfo::exists(modulePath()) || QFileInfo::exists(desktopEntryPath())) {
-    const std::optional<int> installed = installedVersion();
+  const std::optional<int> installed = installedVersion();
+  if (QFileInfo::exists(modulePath()) && installed != shipped) {
     text = QStringLiteral(
                "Tintwell updates its Krita plug-in \"Tintwell bridge\" from %1 to "
                "version %2, which sets Krita's foreground colour:\n")

@@ -222,6 +222,23 @@ TEST_F(KritaPluginInstallerTest, TheNoticeForAnOlderVersionNamesBothVersions) {
   EXPECT_TRUE(notice.contains(QStringLiteral("Restart Krita"))) << notice.toStdString();
 }
 
+TEST_F(KritaPluginInstallerTest, TheNoticeForAModuleOfUnknownVersionSaysSo) {
+  writeBytes(modulePath(), "print('someone else')\n");
+  const QString notice = KritaPluginInstaller(locations_).notice();
+  EXPECT_TRUE(notice.startsWith(
+      QStringLiteral("Tintwell updates its Krita plug-in \"Tintwell bridge\" from an unknown "
+                     "version to version %1,")
+          .arg(krita_plugin::shippedVersion())))
+      << notice.toStdString();
+}
+
+TEST_F(KritaPluginInstallerTest, TheCurrentModuleWithoutItsEntryIsAddedNotUpdated) {
+  writeBytes(modulePath(), krita_plugin::module());
+  const QString notice = KritaPluginInstaller(locations_).notice();
+  EXPECT_TRUE(notice.startsWith(QStringLiteral("Tintwell adds its plug-in")))
+      << notice.toStdString();
+}
+
 TEST_F(KritaPluginInstallerTest, TheNoticeAsksForTheMissingPythonModules) {
   const QString command = QStringLiteral("\n  sudo apt install python3-pyqt5 python3-sip");
   struct Case {
