@@ -33,9 +33,11 @@ std::optional<QImage> imageFromXwd(const QByteArray& xwd) {
   // ZPixmap only, 24 or 32 bits a pixel.
   if (version != 7 || format != 2 || (bitsPerPixel != 24 && bitsPerPixel != 32))
     return std::nullopt;
+  const int bytesPerPixel = int(bitsPerPixel / 8);
+  // Rows too short for their pixels would be read past the data's end.
+  if (qint64(bytesPerLine) < qint64(width) * bytesPerPixel) return std::nullopt;
   const qint64 dataStart = qint64(headerSize) + qint64(colors) * 12;
   if (dataStart + qint64(bytesPerLine) * height > xwd.size()) return std::nullopt;
-  const int bytesPerPixel = int(bitsPerPixel / 8);
   QImage image(int(width), int(height), QImage::Format_RGB32);
   const auto* data = reinterpret_cast<const uchar*>(xwd.constData()) + dataStart;
   for (quint32 y = 0; y < height; ++y) {

@@ -4,3 +4,5 @@ tw_add_test(kritarc_test SOURCES linux/KritaRcTest.cpp LIBS tintwell_bridge_krit
 tw_add_test(krita_plugin_test SOURCES linux/KritaPluginTest.cpp LIBS tintwell_bridge_krita)
 target_compile_definitions(krita_plugin_test PRIVATE TW_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 tw_add_test(krita_host_test SOURCES linux/KritaHostTest.cpp LIBS tintwell_bridge_krita)
+# The xwd reader the real-application tests count pixels with.
+tw_add_test(xwd_image_test SOURCES linux/XwdImageTest.cpp LIBS tw_design_app_support LABELS xvfb)
