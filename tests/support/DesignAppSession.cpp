@@ -26,8 +26,9 @@ DesignAppSession::DesignAppSession(const QString& display)
     : display_(display),
       connectionName_(QStringLiteral("design-app-%1").arg(connectionCount.fetch_add(1))) {
   if (!home_.isValid()) return;
-  for (const QString& sub : {QStringLiteral("/run"), QStringLiteral("/.config"),
-                             QStringLiteral("/.local/share"), QStringLiteral("/.cache")}) {
+  for (const QString& sub :
+       {QStringLiteral("/run"), QStringLiteral("/.config"), QStringLiteral("/.local/share"),
+        QStringLiteral("/.cache"), QStringLiteral("/tmp")}) {
     QDir().mkpath(home_.path() + sub);
   }
   ::chmod(QFile::encodeName(runtimeDir()).constData(), 0700);
@@ -45,6 +46,10 @@ QProcessEnvironment DesignAppSession::environment() const {
   env.insert(QStringLiteral("XDG_DATA_HOME"), dataDir());
   env.insert(QStringLiteral("XDG_CACHE_HOME"), home() + QStringLiteral("/.cache"));
   env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir());
+  // Krita's single-instance socket and lock live in the temporary folder: a
+  // shared one would hand this session's `krita --new-image` to any other
+  // Krita of the same user on the machine, whatever its display.
+  env.insert(QStringLiteral("TMPDIR"), home() + QStringLiteral("/tmp"));
   env.insert(QStringLiteral("DISPLAY"), display_);
   // No accessibility bus to look for, no desktop session to join, and the
   // applications' own platform plug-in rather than the test's offscreen one.

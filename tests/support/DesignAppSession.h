@@ -19,7 +19,8 @@ namespace tw::testing {
 
 // One design application as a user would run it, but thrown away after the
 // test: a HOME and XDG folders of its own, a runtime folder only this user
-// can open, a private session bus, and the test's X display. The application
+// can open, a temporary folder (TMPDIR) of its own, a private session bus,
+// and the test's X display. The application
 // runs in a process group of its own, so ending the test ends all of it
 // (GIMP's plug-ins, Krita's helpers).
 class DesignAppSession {
