@@ -6,3 +6,8 @@ target_compile_definitions(krita_plugin_test PRIVATE TW_SOURCE_DIR="${PROJECT_SO
 tw_add_test(krita_host_test SOURCES linux/KritaHostTest.cpp LIBS tintwell_bridge_krita)
 # The xwd reader the real-application tests count pixels with.
 tw_add_test(xwd_image_test SOURCES linux/XwdImageTest.cpp LIBS tw_design_app_support LABELS xvfb)
+# Against the real Krita under Xvfb: one process for all the cases, which
+# share one Krita and run in order.
+tw_add_test(krita_real_test WHOLE TIMEOUT 600 SOURCES linux/KritaRealTest.cpp
+  LIBS tintwell_bridge_krita tw_design_app_support LABELS design_apps)
+set_tests_properties(krita_real_test PROPERTIES RESOURCE_LOCK design_apps)
