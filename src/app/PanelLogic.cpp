@@ -1,6 +1,8 @@
 #include "app/PanelLogic.h"
 
+#include <QCoreApplication>
 #include <QTimer>
+#include <future>
 
 #include "color/ColorNotations.h"
 #include "common/Fatal.h"
@@ -45,10 +47,20 @@ class PanelLogic::HostEventsToPanel : public HostEvents {
     toMainThread([text](PanelLogic& panel) { panel.view_.showHostMessage(text); });
   }
 
+  // Waits on the host's worker until the user has closed the alert, so
+  // the host does what the notice says only after it was read. If the panel
+  // goes first, the alert is never shown and the wait ends with it.
   void notice(const QString&, const QString& hostName, const QString& text) override {
-    toMainThread([hostName, text](PanelLogic& panel) {
+    struct Seen {
+      std::promise<void> promise;
+      ~Seen() { promise.set_value(); }
+    };
+    auto seen = std::make_shared<Seen>();
+    std::future<void> done = seen->promise.get_future();
+    toMainThread([hostName, text, seen = std::move(seen)](PanelLogic& panel) {
       if (panel.alerts_) panel.alerts_->showInformation(hostName, text);
     });
+    done.wait();
   }
 
  private:
@@ -86,8 +98,14 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
 }
 
 PanelLogic::~PanelLogic() {
-  std::unique_lock lock(self_->mutex);
-  self_->panel = nullptr;
+  {
+    std::unique_lock lock(self_->mutex);
+    self_->panel = nullptr;
+  }
+  // Calls the design applications' workers queued here are dropped now, not
+  // with the QObject after the members: a worker waiting for its notice to be
+  // seen is released before the bridge joins it.
+  QCoreApplication::removePostedEvents(this);
 }
 
 void PanelLogic::viewDidLoad() {

@@ -43,6 +43,8 @@ struct PushOutcome {
   // Why, in a few words, for anything but Confirmed: "no answer within 2000 ms".
   QString reason;
 
+  friend bool operator==(const PushOutcome&, const PushOutcome&) = default;
+
   bool reached() const {
     return status == PushStatus::Confirmed || status == PushStatus::Queued ||
            status == PushStatus::NothingSelected;
@@ -63,9 +65,13 @@ class DesignHost {
   virtual QString displayName() const = 0;
   // Whether `application` (from the running-application scan) is this host.
   virtual bool isHostProcess(const RunningApplication& application) const = 0;
-  // Called on the worker thread once before the first push to a host that
-  // was seen running; a text returned is shown to the user once (Krita's
-  // plug-in notice). The default has nothing to prepare.
+  // Asked on the worker thread once, before the first push to a host seen
+  // running: a text to show the user (Krita's plug-in notice, saying what
+  // will be installed), absent when nothing needs doing. The default has
+  // nothing to prepare.
+  virtual std::optional<QString> preparationNotice() { return std::nullopt; }
+  // Does what the notice announced, once the user has seen it; a reason
+  // when it could not be done.
   virtual std::optional<QString> prepare() { return std::nullopt; }
   // Sets the host's current colour and confirms it where the host can.
   virtual PushOutcome push(const HostColor& color, std::chrono::milliseconds timeout) = 0;

@@ -188,6 +188,8 @@ QString HostDispatcher::failureLine(const QString& hostName, const PushOutcome& 
 }
 
 void HostDispatcher::run(Worker& worker) {
+  // The failure last reported, used on this thread only.
+  std::optional<PushOutcome> lastFailure;
   std::unique_lock lock(mutex_);
   for (;;) {
     changed_.wait(lock, [&] { return stopping_ || worker.waiting || !worker.tasks.empty(); });
@@ -213,12 +215,20 @@ void HostDispatcher::run(Worker& worker) {
     lock.unlock();
 
     if (prepare) {
-      if (const std::optional<QString> notice = worker.host->prepare()) {
+      if (const std::optional<QString> notice = worker.host->preparationNotice()) {
         events_->notice(worker.key, worker.name, *notice);
+        if (const std::optional<QString> failed = worker.host->prepare()) {
+          logLine(worker.name + QStringLiteral(": ") + *failed);
+        }
       }
     }
     const PushOutcome outcome = worker.host->push(color, timeout_);
-    if (!outcome.reached()) logLine(failureLine(worker.name, outcome));
+    // One line per failure, not per push: a host that quit while the pen
+    // sends at 50 Hz says so once, and again only when something changes.
+    if (!outcome.reached() && !(lastFailure && *lastFailure == outcome)) {
+      logLine(failureLine(worker.name, outcome));
+    }
+    lastFailure = outcome.reached() ? std::nullopt : std::optional<PushOutcome>(outcome);
     events_->pushed(worker.key, worker.name, color, outcome);
 
     lock.lock();

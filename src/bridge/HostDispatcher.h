@@ -23,6 +23,8 @@ class HostEvents {
                       const PushOutcome& outcome) {
     (void)hostKey, (void)hostName, (void)color, (void)outcome;
   }
+  // Shows a host's preparation notice. Returns once the user has seen it
+  // (an alert closed, a line printed): the host is prepared only then.
   virtual void notice(const QString& hostKey, const QString& hostName, const QString& text) {
     (void)hostKey, (void)hostName, (void)text;
   }
@@ -42,7 +44,8 @@ struct HostStats {
 // mailbox. A colour offered while the host is still busy replaces the one
 // waiting, so a slow or hung host gets the newest colour when it is free and
 // never builds up a queue. A push that fails costs one line naming the host
-// and the reason.
+// and the reason; the same failure again costs nothing until the host has
+// taken a colour or fails differently.
 class HostDispatcher {
  public:
   HostDispatcher(std::vector<std::unique_ptr<DesignHost>> hosts, std::shared_ptr<HostEvents> events,

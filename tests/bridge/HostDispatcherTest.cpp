@@ -29,10 +29,17 @@ class RecordingHost : public DesignHost {
   bool isHostProcess(const RunningApplication& application) const override {
     return application.localizedName == process_;
   }
+  std::optional<QString> preparationNotice() override {
+    std::lock_guard lock(state->mutex);
+    ++state->asked;
+    return state->notice;
+  }
   std::optional<QString> prepare() override {
     std::lock_guard lock(state->mutex);
     ++state->prepared;
-    return state->notice;
+    // The notice must have been seen first.
+    state->preparedAfterNotices = state->noticesSeen;
+    return state->prepareFailure;
   }
   PushOutcome push(const HostColor& color, std::chrono::milliseconds) override {
     std::unique_lock lock(state->mutex);
@@ -53,8 +60,12 @@ class RecordingHost : public DesignHost {
     std::condition_variable changed;
     bool hold = false;
     bool entered = false;
+    int asked = 0;
     int prepared = 0;
+    int noticesSeen = 0;
+    int preparedAfterNotices = -1;
     std::optional<QString> notice;
+    std::optional<QString> prepareFailure;
     PushOutcome answer{PushStatus::Confirmed, {}};
     std::vector<HostColor> pushed;
 
@@ -86,9 +97,13 @@ struct Events : HostEvents {
     outcomes.emplace_back(key, color, outcome.status);
   }
   void notice(const QString& key, const QString&, const QString& text) override {
-    std::lock_guard lock(mutex);
-    notices.push_back(key + QStringLiteral(": ") + text);
+    {
+      std::lock_guard lock(mutex);
+      notices.push_back(key + QStringLiteral(": ") + text);
+    }
+    if (seen) seen();
   }
+  std::function<void()> seen;
   std::mutex mutex;
   std::vector<std::tuple<QString, HostColor, PushStatus>> outcomes;
   QStringList notices;
@@ -203,6 +218,29 @@ TEST(HostDispatcherTest, AFailedPushCostsOneLineNamingTheHostAndTheReason) {
   EXPECT_EQ(log.lines().size(), 1);
 }
 
+TEST(HostDispatcherTest, TheSameFailureAgainIsNotRepeatedUntilTheHostRecovers) {
+  Fixture f;
+  testing::LogCapture log;
+  const std::vector<RunningApplication> running{app(QStringLiteral("alpha-bin"))};
+  const auto pushOnce = [&](const HostColor& color) {
+    f.dispatcher->offer(color, running);
+    ASSERT_TRUE(f.dispatcher->waitIdle(10s));
+  };
+  f.alpha->answer = {PushStatus::NotRunning, QStringLiteral("plug-in not answering")};
+  for (int i = 0; i < 5; ++i) pushOnce(HostColor{i, 0, 0});
+  EXPECT_EQ(log.lines(), QStringList{QStringLiteral("ALPHA: plug-in not answering")});
+  f.alpha->answer = {PushStatus::Failed, QStringLiteral("no answer within 100 ms")};
+  pushOnce(kGreen);
+  f.alpha->answer = {PushStatus::Confirmed, {}};
+  pushOnce(kBlue);
+  f.alpha->answer = {PushStatus::NotRunning, QStringLiteral("plug-in not answering")};
+  pushOnce(kRed);
+  EXPECT_EQ(log.lines(), (QStringList{QStringLiteral("ALPHA: plug-in not answering"),
+                                      QStringLiteral("ALPHA: no answer within 100 ms"),
+                                      QStringLiteral("ALPHA: plug-in not answering")}));
+  EXPECT_EQ(f.dispatcher->stats(QStringLiteral("alpha"))->failed, 7u);
+}
+
 TEST(HostDispatcherTest, NothingSelectedIsReportedButIsNotAFailureLine) {
   Fixture f;
   testing::LogCapture log;
@@ -215,16 +253,44 @@ TEST(HostDispatcherTest, NothingSelectedIsReportedButIsNotAFailureLine) {
   EXPECT_EQ(std::get<2>(f.events->outcomes[0]), PushStatus::NothingSelected);
 }
 
-TEST(HostDispatcherTest, AHostIsPreparedOnceAndItsNoticeReachesTheEvents) {
+TEST(HostDispatcherTest, AHostIsPreparedOnceAfterItsNoticeWasSeen) {
   Fixture f;
   f.alpha->notice = QStringLiteral("will install a plug-in");
+  auto alpha = f.alpha;
+  f.events->seen = [alpha] {
+    std::lock_guard lock(alpha->mutex);
+    ++alpha->noticesSeen;
+  };
   for (const HostColor& color : {kRed, kGreen}) {
     f.dispatcher->offer(color, {app(QStringLiteral("alpha-bin"))});
     ASSERT_TRUE(f.dispatcher->waitIdle(10s));
   }
+  EXPECT_EQ(f.alpha->asked, 1);
   EXPECT_EQ(f.alpha->prepared, 1);
+  EXPECT_EQ(f.alpha->preparedAfterNotices, 1);
+  EXPECT_EQ(f.alpha->seen(), (std::vector<HostColor>{kRed, kGreen}));
   std::lock_guard lock(f.events->mutex);
   EXPECT_EQ(f.events->notices, QStringList{QStringLiteral("alpha: will install a plug-in")});
+}
+
+TEST(HostDispatcherTest, NothingToAnnounceMeansNothingIsPrepared) {
+  Fixture f;
+  f.dispatcher->offer(kRed, {app(QStringLiteral("alpha-bin"))});
+  ASSERT_TRUE(f.dispatcher->waitIdle(10s));
+  EXPECT_EQ(f.alpha->asked, 1);
+  EXPECT_EQ(f.alpha->prepared, 0);
+}
+
+TEST(HostDispatcherTest, APreparationThatFailsCostsOneLineAndPushesGoOn) {
+  Fixture f;
+  testing::LogCapture log;
+  f.alpha->notice = QStringLiteral("will install a plug-in");
+  f.alpha->prepareFailure = QStringLiteral("the plug-in could not be installed: disk full");
+  f.dispatcher->offer(kRed, {app(QStringLiteral("alpha-bin"))});
+  ASSERT_TRUE(f.dispatcher->waitIdle(10s));
+  EXPECT_EQ(log.lines(),
+            QStringList{QStringLiteral("ALPHA: the plug-in could not be installed: disk full")});
+  EXPECT_EQ(f.alpha->seen(), std::vector<HostColor>{kRed});
 }
 
 TEST(HostDispatcherTest, OfferToReachesANamedHostWithoutAScan) {

@@ -42,9 +42,23 @@ bool KritaHost::isHostProcess(const RunningApplication& application) const {
   return application.localizedName == QStringLiteral("krita");
 }
 
+std::optional<QString> KritaHost::preparationNotice() {
+  if (installer_.isCurrent()) return std::nullopt;
+  return installer_.notice();
+}
+
 std::optional<QString> KritaHost::prepare() {
   if (installer_.isCurrent()) return std::nullopt;
-  QString text = installer_.notice();
+  if (const std::optional<QString> failed = installer_.install()) {
+    return QStringLiteral("the plug-in could not be installed: ") + *failed;
+  }
+  return std::nullopt;
+}
+
+std::optional<QString> KritaHost::installWithNotice() {
+  const std::optional<QString> notice = preparationNotice();
+  if (!notice) return std::nullopt;
+  QString text = *notice;
   if (const std::optional<QString> failed = installer_.install()) {
     text += QStringLiteral("\nThe plug-in could not be installed: ") + *failed;
   }

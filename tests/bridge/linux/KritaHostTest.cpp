@@ -290,19 +290,20 @@ TEST_F(KritaHostTest, AnswersFollowedAtOnceByACloseAreStillTaken) {
 TEST_F(KritaHostTest, PrepareInstallsAndGivesTheNoticeOnlyTheFirstTime) {
   KritaHost h = host();
   const QString notice = KritaPluginInstaller(locations_).notice();
-  const std::optional<QString> first = h.prepare();
+  const std::optional<QString> first = h.installWithNotice();
   ASSERT_TRUE(first.has_value());
   EXPECT_EQ(first->toStdString(), notice.toStdString());
   EXPECT_EQ(readBytes(locations_.pykrita + QStringLiteral("/tintwell_bridge/__init__.py")),
             krita_plugin::module());
-  EXPECT_EQ(h.prepare(), std::nullopt);
-  EXPECT_EQ(KritaHost(socketPath(), KritaPluginInstaller(locations_)).prepare(), std::nullopt);
+  EXPECT_EQ(h.installWithNotice(), std::nullopt);
+  EXPECT_EQ(KritaHost(socketPath(), KritaPluginInstaller(locations_)).installWithNotice(),
+            std::nullopt);
 }
 
 TEST_F(KritaHostTest, AFailedInstallIsInTheNotice) {
   bridge_testing::writeBytes(locations_.pykrita, "a file, not a folder");
   KritaHost h = host();
-  const std::optional<QString> notice = h.prepare();
+  const std::optional<QString> notice = h.installWithNotice();
   ASSERT_TRUE(notice.has_value());
   EXPECT_TRUE(
       notice->contains(QStringLiteral("\nThe plug-in could not be installed: cannot make "

@@ -16,6 +16,7 @@
 #include <QFileInfo>
 #include <QLocalSocket>
 #include <QProcess>
+#include <QSet>
 #include <QStandardPaths>
 #include <QThread>
 #include <future>
@@ -261,14 +262,14 @@ class KritaRealTest : public ::testing::Test {
 TEST_F(KritaRealTest, TheFirstPrepareInstallsThePluginAndSaysKritaMustRestart) {
   KritaHost host;
   EXPECT_EQ(host.socketPath(), session->socket());
-  const std::optional<QString> notice = host.prepare();
+  const std::optional<QString> notice = host.installWithNotice();
   ASSERT_TRUE(notice.has_value());
   EXPECT_TRUE(notice->contains(session->pykrita() + QStringLiteral("/tintwell_bridge.desktop")))
       << notice->toStdString();
   EXPECT_TRUE(notice->contains(QStringLiteral("Restart Krita"))) << notice->toStdString();
   EXPECT_FALSE(notice->contains(QStringLiteral("sudo apt install"))) << notice->toStdString();
   EXPECT_TRUE(readText(session->kritarc()).contains(QStringLiteral("enable_tintwell_bridge=true")));
-  EXPECT_EQ(host.prepare(), std::nullopt);
+  EXPECT_EQ(host.installWithNotice(), std::nullopt);
 }
 
 TEST_F(KritaRealTest, AColourSentBeforeAnyDocumentIsQueuedAndAppliedWhenOneOpens) {
@@ -426,12 +427,16 @@ TEST_F(KritaRealTest, KritaKilledDuringPushesCostsOneLinePerFailedPushAndARestar
   EXPECT_GE(failed, 1u);
   std::cout << "[ INFO     ] " << sent << " colours offered, " << after.pushed << " pushed, "
             << failed << " failed after the kill" << std::endl;
-  // One line per failed push, each naming Krita and why.
+  // One line per kind of failure, not one per failed push, each naming
+  // Krita and why.
   const QStringList lines = log.lines();
-  EXPECT_EQ(quint64(lines.size()), failed) << log.text().toStdString();
   const QStringList reasons = {
       QStringLiteral("Krita: plug-in not answering (restart Krita after the install)"),
       QStringLiteral("Krita: plug-in closed the connection")};
+  EXPECT_GE(lines.size(), 1);
+  EXPECT_LE(lines.size(), reasons.size()) << log.text().toStdString();
+  EXPECT_EQ(lines.size(), QSet<QString>(lines.begin(), lines.end()).size())
+      << log.text().toStdString();
   for (const QString& line : lines) EXPECT_TRUE(reasons.contains(line)) << line.toStdString();
   EXPECT_EQ(dispatcher.lastOutcome(krita)->status, PushStatus::NotRunning);
 
@@ -458,7 +463,7 @@ TEST_F(KritaRealTest, QuittingKritaRemovesItsSocketAndKeepsThePluginSwitchedOn) 
       readText(session->kritarc()).contains(QStringLiteral("\nenable_tintwell_bridge=true\n")));
   KritaHost host;
   EXPECT_EQ(host.push(HostColor{1, 2, 3}, kPushTimeout).status, PushStatus::NotRunning);
-  EXPECT_TRUE(host.prepare() == std::nullopt);
+  EXPECT_TRUE(host.installWithNotice() == std::nullopt);
 }
 
 TEST_F(KritaRealTest, AStaleSocketLeftByAKilledKritaIsReplacedAtTheNextStart) {
@@ -499,13 +504,13 @@ TEST_F(KritaRealTest, AnOlderPluginIsReplacedAndTheNewOneRunsAfterKritaRestarts)
   ASSERT_EQ(version(), QByteArray("tintwell-krita 0"));
 
   KritaHost host;
-  const std::optional<QString> notice = host.prepare();
+  const std::optional<QString> notice = host.installWithNotice();
   ASSERT_TRUE(notice.has_value());
   EXPECT_TRUE(notice->contains(
       QStringLiteral("from version 0 to version %1").arg(krita_plugin::shippedVersion())))
       << notice->toStdString();
   EXPECT_EQ(KritaPluginInstaller().installedVersion(), krita_plugin::shippedVersion());
-  EXPECT_EQ(host.prepare(), std::nullopt);
+  EXPECT_EQ(host.installWithNotice(), std::nullopt);
   // Krita keeps the module it loaded until it starts again.
   EXPECT_EQ(version(), QByteArray("tintwell-krita 0"));
 
@@ -537,7 +542,7 @@ TEST_F(KritaRealTest, InstalledWhileKritaRunsThePluginAnswersAfterTheRestartTheN
 
   // Tintwell sees Krita running and installs while it runs.
   KritaHost host;
-  const std::optional<QString> notice = host.prepare();
+  const std::optional<QString> notice = host.installWithNotice();
   ASSERT_TRUE(notice.has_value());
   EXPECT_TRUE(notice->startsWith(QStringLiteral("Tintwell adds its plug-in")))
       << notice->toStdString();
