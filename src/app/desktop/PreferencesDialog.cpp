@@ -59,6 +59,13 @@ PreferencesDialog::PreferencesDialog(PanelLogic& logic, QWidget* parent)
   layout->addWidget(buildReports(), 1);
   layout->addWidget(buttons);
 
+  // The wrapped texts need more height at a given width than the layout's
+  // plain minimum says: size the window by the height for its width.
+  const int width = sizeHint().width();
+  const int height = layout->totalHeightForWidth(width);
+  setMinimumSize(width, height);
+  resize(width, height);
+
   refreshTimer_ = new QTimer(this);
   refreshTimer_->setInterval(1000);
   connect(refreshTimer_, &QTimer::timeout, this, &PreferencesDialog::refresh);
@@ -140,7 +147,12 @@ QWidget* PreferencesDialog::buildReports() {
   reportBodies_->setObjectName(QStringLiteral("reportBodies"));
   reportBodies_->setReadOnly(true);
   reportBodies_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-  reportBodies_->setMinimumHeight(160);
+  reportBodies_->setLineWrapMode(QPlainTextEdit::NoWrap);
+  // Wide enough for the bodies' lines to show whole, which also makes the
+  // texts above read as paragraphs.
+  const QFontMetrics fixed(reportBodies_->font());
+  reportBodies_->setMinimumSize(fixed.horizontalAdvance(QString(60, QLatin1Char('0'))),
+                                fixed.lineSpacing() * 12);
   layout->addWidget(reportBodies_, 1);
   reportsBox_ = new QCheckBox(tr("Send usage reports"), box);
   reportsBox_->setObjectName(QStringLiteral("telemetryEnabled"));
