@@ -2,8 +2,8 @@
 // menu and with Ctrl+,: its controls start from the settings file, and each
 // change reaches the panel at once and the file. The panel has its real
 // logic, bridge (a stand-in `wine` records launches) and sender (a transport
-// that never answers); the native hosts are recording hosts behind the real
-// dispatcher.
+// that never answers); the native hosts are recording hosts behind the
+// panel's own dispatcher.
 #include "app/desktop/PreferencesDialog.h"
 
 #include <gtest/gtest.h>
@@ -104,17 +104,19 @@ class PreferencesDialogTest : public ::testing::Test {
     parts.colorHelper = [this] {
       return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
     };
+    parts.nativeHosts = [this] {
+      std::vector<std::unique_ptr<DesignHost>> hosts;
+      for (const QString key : {"gimp", "inkscape", "krita"}) {
+        auto host = std::make_unique<RecordingHost>(key);
+        if (key == "gimp") gimp_ = host.get();
+        hosts.push_back(std::move(host));
+      }
+      return hosts;
+    };
     panel_ = new ViewController_plus(delegate_, std::move(parts));
     window_ = std::make_unique<PanelWindow>(delegate_, panel_);
-    std::vector<std::unique_ptr<DesignHost>> hosts;
-    for (const QString key : {"gimp", "inkscape", "krita"}) {
-      auto host = std::make_unique<RecordingHost>(key);
-      if (key == "gimp") gimp_ = host.get();
-      hosts.push_back(std::move(host));
-    }
-    dispatcher_ =
-        std::make_shared<HostDispatcher>(std::move(hosts), nullptr, std::chrono::seconds(2));
-    panel_->logic().commander().setNativeHosts(dispatcher_);
+    dispatcher_ = panel_->logic().commander().nativeHosts();
+    ASSERT_NE(dispatcher_, nullptr);
     panel_->viewDidLoad();
     window_->show();
     ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#FAFAFA"; }));
