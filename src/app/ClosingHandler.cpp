@@ -23,6 +23,12 @@ void ClosingHandler::observe() {
 }
 
 void ClosingHandler::appIsClosingWithNotification(const Notification&) {
+  // With usage reports off there is no final post to wait for.
+  if (!logger_.isSendingEnabled()) {
+    logLine(std::string_view("Usage reports are off: nothing sent"));
+    application_.replyToApplicationShouldTerminate(true);
+    return;
+  }
   if (!Reachability::isConnectedToNetwork()) {
     logLine(std::string_view("No Internet found!"));
     application_.replyToApplicationShouldTerminate(true);

@@ -25,7 +25,9 @@ class ClosingHandler {
 
   // The three cases: "No Internet found!", "No log record found!" (both answer
   // YES at once) or "I will send the color log!" (the sender answers later).
-  // A missing colour record stops the process.
+  // A missing colour record stops the process. With usage reports switched
+  // off, "Usage reports are off: nothing sent" and YES at once, before any of
+  // them.
   void appIsClosingWithNotification(const Notification& notification);
 
  private:

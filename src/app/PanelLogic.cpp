@@ -109,6 +109,8 @@ PanelLogic::~PanelLogic() {
 }
 
 void PanelLogic::viewDidLoad() {
+  // Before anything can push or start telemetry.
+  applyPreferences(Preferences::load());
   auto& center = NotificationCenter::defaultCenter();
   center.addObserver(notification::newColor(),
                      toPanel(self_, &PanelLogic::newColorReceivedWithNotification));
@@ -119,6 +121,12 @@ void PanelLogic::viewDidLoad() {
   closing_.observe();
   coreQuilla_->setupCentralManager();
   commander_->initScriptFiles();
+}
+
+void PanelLogic::applyPreferences(const Preferences& preferences) {
+  preferences_ = preferences;
+  preferences_.applyHosts(*commander_);
+  apiLogger_->setSendingEnabled(preferences_.telemetryEnabled());
 }
 
 void PanelLogic::prepareTelemetry() {
@@ -164,6 +172,7 @@ void PanelLogic::handleNewColor(const Notification& notification) {
   const ColorStruct* incoming = std::any_cast<ColorStruct>(&notification.object);
   if (incoming == nullptr) fatalStop("a new-colour notification carried no ColorStruct");
   const ColorStruct color = *incoming;
+  bool accepted = false;
   {
     std::lock_guard lock(colorMutex_);
     // A repeated colour is shown again but not stored, pushed or counted. A
@@ -171,11 +180,16 @@ void PanelLogic::handleNewColor(const Notification& notification) {
     // colour is in another colour space.
     if (!commander_->newColor().hasSameColor(color)) {
       currentColorStruct_ = color;
+      // Accepted exactly when pushed: the bridge skips its first colour.
+      accepted = !commander_->state().bFirstColor;
       commander_->sendColorToApps(color);
       apiLogger_->countColor(color.iR, color.iG, color.iB);
     }
   }
-  mainQueue_->post([this, color] { showColor(color); });
+  mainQueue_->post([this, color, accepted] {
+    showColor(color);
+    if (accepted) view_.colorAccepted(color);
+  });
   logLine(color.colorHex);
 }
 

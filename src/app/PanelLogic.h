@@ -11,6 +11,7 @@
 
 #include "app/ClosingHandler.h"
 #include "app/PanelView.h"
+#include "app/Preferences.h"
 #include "bridge/AlertPresenter.h"
 #include "bridge/Commander.h"
 #include "bridge/DesignHost.h"
@@ -61,6 +62,7 @@ class PanelLogic : public QObject {
 
   // Registers the four observers (new colour, connected, disconnected, app
   // closing), starts the pen link and fixes the script files. Call once.
+  // Applies the preferences from the settings file first.
   void viewDidLoad();
   // Starts telemetry and stamps the colour record with the edition, the
   // version and the bridge.
@@ -88,6 +90,12 @@ class PanelLogic : public QObject {
   // The battery image for a level: the tens band above it ("10" for 0 to 9 ...
   // "90" for 80 to 89), "100" for 90 to 100, and "50" outside 0 to 100.
   static QString batteryImageName(qint64 level);
+
+  // The user's preferences in force: the host switches go to the bridge, the
+  // usage-report switch to the sender. Saving them is the caller's. Main
+  // thread.
+  void applyPreferences(const Preferences& preferences);
+  const Preferences& preferences() const { return preferences_; }
 
   pen::CoreQuilla& coreQuilla() { return *coreQuilla_; }
   Commander& commander() { return *commander_; }
@@ -137,6 +145,9 @@ class PanelLogic : public QObject {
 
   // Declared for the library feature and never read.
   bool bCalcSimilarColor = true;
+
+  // As last applied; the defaults until viewDidLoad.
+  Preferences preferences_;
 
   QPointer<QTimer> batteryTimer_;
   // Every battery timer made, for activeBatteryTimers().

@@ -25,6 +25,9 @@ class PanelView {
   // colour ("Inkscape: nothing selected ..."). The listener prints nothing:
   // its failure lines are already on standard output.
   virtual void showHostMessage(const QString& text) { (void)text; }
+  // A new colour was taken (pushed and counted; never the start-up colour or
+  // a repeat), after it was shown. Nothing by default.
+  virtual void colorAccepted(const ColorStruct& color) { (void)color; }
 };
 
 // Shows nothing: the listener's panel.

@@ -18,6 +18,30 @@ namespace {
 constexpr double kSendIntervalSeconds = 600.0;
 constexpr double kRequestTimeoutSeconds = 60.0;
 
+void closeList(QString& list, qint64 counter) {
+  if (list.startsWith(QLatin1Char(','))) list = QLatin1Char('[') + list.mid(1) + QLatin1Char(']');
+  if (counter == 0) list = QStringLiteral("[]");
+}
+
+// What sendLogs does to the colour record before it is sent.
+void stampSessionEnd(ColorRecord::Fields& f, const QString& end) {
+  f.debug = false;
+  f.session_end = end;
+}
+
+void closeLists(ColorRecord::Fields& f) {
+  closeList(f.colors_screen, f.counter_screen);
+  closeList(f.colors_device, f.counter_device);
+}
+
+// What sendLogs copies from the colour record into the application record.
+void shareSession(ApplicationRecord::Fields& f, const ColorRecord::Fields& color) {
+  f.session_begin = color.session_begin;
+  f.session_end = color.session_end;
+  f.session_full = color.session_full;
+  f.debug = color.debug;
+}
+
 }  // namespace
 
 QString apiTypeName(API_Type type) {
@@ -48,8 +72,29 @@ void API_Logger::startLogging() {
   apiSenderTimer_->setTimerType(Qt::PreciseTimer);
   apiSenderTimer_->setSingleShot(false);
   connect(apiSenderTimer_, &QTimer::timeout, this, &API_Logger::logWithTimer);
+  apiSenderTimer_->setInterval(sendPeriodMs());
+  senderTimers_.emplace_back(apiSenderTimer_);
   // Without an event loop (plain record tests) there is nothing to schedule on.
-  if (thread()->eventDispatcher()) apiSenderTimer_->start(scaledMs(kSendIntervalSeconds));
+  if (thread()->eventDispatcher() && sendingEnabled_) apiSenderTimer_->start();
+}
+
+int API_Logger::sendPeriodMs() { return scaledMs(kSendIntervalSeconds); }
+
+void API_Logger::setSendingEnabled(bool enabled) {
+  if (sendingEnabled_.exchange(enabled) == enabled) return;
+  for (const QPointer<QTimer>& timer : senderTimers_) {
+    if (!timer) continue;
+    if (!enabled) {
+      timer->stop();
+    } else if (thread()->eventDispatcher()) {
+      timer->start();
+    }
+  }
+  if (!enabled) return;
+  // Counted while reports were off: the user did not agree to send it.
+  if (colorRecord()) startNewColorRecord();
+  if (ApplicationUsageCounters* commander = parentCommander.load())
+    commander->setTempApplicationRecord(std::make_shared<ApplicationRecord>());
 }
 
 void API_Logger::setTransport(std::shared_ptr<UsageTransport> transport) {
@@ -71,6 +116,7 @@ void API_Logger::logWithTimer() {
 }
 
 void API_Logger::sendLogs() {
+  if (!sendingEnabled_) return;
   const std::shared_ptr<ColorRecord> color = requireColorRecord();
   const ColorRecord::Fields counted = color->read();
   if (counted.counter_device == 0 && counted.counter_screen == 0) return;
@@ -81,8 +127,7 @@ void API_Logger::sendLogs() {
   logLine(std::string_view("Internet Connection Available!"));
 
   const ColorRecord::Fields stamped = color->update([](ColorRecord::Fields& f) {
-    f.debug = false;
-    f.session_end = currentTimeText();
+    stampSessionEnd(f, currentTimeText());
     return f;
   });
 
@@ -91,12 +136,7 @@ void API_Logger::sendLogs() {
   if (!application) fatalStop("the application usage record is missing");
   setApplicationRecord(application);
   logLine(QStringLiteral("PS  Count : %1").arg(application->read().PS));
-  application->update([&](ApplicationRecord::Fields& f) {
-    f.session_begin = stamped.session_begin;
-    f.session_end = stamped.session_end;
-    f.session_full = stamped.session_full;
-    f.debug = stamped.debug;
-  });
+  application->update([&](ApplicationRecord::Fields& f) { shareSession(f, stamped); });
 
   closeColorLists();
   // Each body is one consistent copy of its record. Our encoder has no input it
@@ -232,20 +272,27 @@ void API_Logger::countColor(qint64 red, qint64 green, qint64 blue) {
   logLine(screenList);
 }
 
-namespace {
+void API_Logger::closeColorLists() { requireColorRecord()->update(closeLists); }
 
-void closeList(QString& list, qint64 counter) {
-  if (list.startsWith(QLatin1Char(','))) list = QLatin1Char('[') + list.mid(1) + QLatin1Char(']');
-  if (counter == 0) list = QStringLiteral("[]");
-}
-
-}  // namespace
-
-void API_Logger::closeColorLists() {
-  requireColorRecord()->update([](ColorRecord::Fields& f) {
-    closeList(f.colors_screen, f.counter_screen);
-    closeList(f.colors_device, f.counter_device);
-  });
+std::optional<API_Logger::PendingReport> API_Logger::pendingReport() const {
+  const std::shared_ptr<ColorRecord> color = colorRecord();
+  if (!color) return std::nullopt;
+  ColorRecord::Fields colorFields = color->read();
+  stampSessionEnd(colorFields, currentTimeText());
+  // The record pushes are counted in now, as sendLogs would take it.
+  std::shared_ptr<ApplicationRecord> application;
+  if (ApplicationUsageCounters* commander = parentCommander.load())
+    application = commander->tempApplicationRecord();
+  if (!application) application = applicationRecord();
+  ApplicationRecord::Fields applicationFields =
+      application ? application->read() : ApplicationRecord::Fields{};
+  shareSession(applicationFields, colorFields);
+  closeLists(colorFields);
+  PendingReport report;
+  report.colors = colorFields.counter_device + colorFields.counter_screen;
+  report.colorBody = toJson(colorFields);
+  report.applicationBody = toJson(applicationFields);
+  return report;
 }
 
 void API_Logger::startNewColorRecord() {

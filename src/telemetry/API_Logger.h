@@ -2,12 +2,14 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QtGlobal>
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include "telemetry/TerminationReply.h"
 #include "telemetry/UsageRecords.h"
@@ -62,6 +64,27 @@ class API_Logger : public QObject {
   // The repeating send timer of the last startLogging; absent before the first.
   QTimer* apiSenderTimer() const { return apiSenderTimer_; }
 
+  // The user's switch for usage reports, on unless turned off. Off, no send
+  // timer runs (startLogging makes its timer without starting it, and the
+  // running ones stop), sendLogs posts nothing and the quit does not wait for
+  // a post. Counting goes on, but what was counted while off is dropped when
+  // reports are turned on again, so it never leaves the machine. Main thread.
+  void setSendingEnabled(bool enabled);
+  bool isSendingEnabled() const { return sendingEnabled_; }
+  // The send period, as scaled by TINTWELL_TIME_SCALE.
+  static int sendPeriodMs();
+
+  // What would be posted if the reports were sent now, without sending or
+  // changing anything: both bodies as sendLogs would build them, and how many
+  // colours they hold (none means sendLogs would post nothing). Absent before
+  // startLogging.
+  struct PendingReport {
+    QByteArray colorBody;
+    QByteArray applicationBody;
+    qint64 colors = 0;
+  };
+  std::optional<PendingReport> pendingReport() const;
+
   // Where the posts travel; set before the first send.
   void setTransport(std::shared_ptr<UsageTransport> transport);
   // Where the quit answer goes; needed only once bAppShouldClose is set.
@@ -108,6 +131,9 @@ class API_Logger : public QObject {
 
   // Set up on the main thread before sends start; read there only.
   QTimer* apiSenderTimer_ = nullptr;
+  // Every send timer made, for the usage-report switch.
+  std::vector<QPointer<QTimer>> senderTimers_;
+  std::atomic<bool> sendingEnabled_{true};
   std::shared_ptr<UsageTransport> transport_;
   std::atomic<TerminationReply*> terminationReply_{nullptr};
 };

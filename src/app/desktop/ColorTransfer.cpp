@@ -65,6 +65,10 @@ QColor ColorTransfer::colorShown() const {
   return QColor::fromString(text);
 }
 
+void ColorTransfer::copyToClipboard(const QString& text) {
+  QGuiApplication::clipboard()->setText(text, QClipboard::Clipboard);
+}
+
 bool ColorTransfer::isDragSource(QObject* watched) const {
   return (crown_ && watched == crown_) || (hex_ && watched == hex_);
 }
@@ -106,7 +110,7 @@ bool ColorTransfer::eventFilter(QObject* watched, QEvent* event) {
                          QApplication::startDragDistance();
       // A press-and-drag across the text is a selection: leave it to the field.
       if (!still || field->hasSelectedText() || field->text().isEmpty()) break;
-      QGuiApplication::clipboard()->setText(field->text(), QClipboard::Clipboard);
+      copyToClipboard(field->text());
       QToolTip::showText(field->mapToGlobal(QPoint(0, field->height())), tr("Copied"), field);
       Q_EMIT copied(field->text());
       break;

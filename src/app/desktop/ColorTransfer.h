@@ -38,6 +38,10 @@ class ColorTransfer : public QObject {
   // The colour a drag would carry now; invalid before any colour is shown.
   QColor colorShown() const;
 
+  // Puts `text` on the clipboard as a click on a notation does, without the
+  // "Copied" tip (nothing was clicked): the copy option's way out.
+  static void copyToClipboard(const QString& text);
+
  Q_SIGNALS:
   // A notation text went to the clipboard.
   void copied(const QString& text);

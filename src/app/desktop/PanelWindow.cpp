@@ -55,6 +55,13 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
             [this] { content_->findScreenColor(); });
   addAction(tr("Colour Libraries…"), QKeySequence(Qt::CTRL | Qt::Key_L),
             [this] { content_->showColorLibraries(); });
+  QAction* preferences = addAction(tr("Preferences…"), QKeySequence(Qt::CTRL | Qt::Key_Comma),
+                                   [this] { content_->showPreferences(); });
+  // Ctrl+, everywhere, and the desktop's own key for it where that differs.
+  QList<QKeySequence> preferenceKeys{preferences->shortcut()};
+  for (const QKeySequence& keys : QKeySequence::keyBindings(QKeySequence::Preferences))
+    if (!preferenceKeys.contains(keys)) preferenceKeys << keys;
+  preferences->setShortcuts(preferenceKeys);
   addAction(tr("About Tintwell"), QKeySequence(), [this] { content_->showSetting(); });
   auto* separator = new QAction(this);
   separator->setSeparator(true);

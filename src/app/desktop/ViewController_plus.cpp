@@ -10,6 +10,7 @@
 #include <QWindow>
 
 #include "app/desktop/ColorTransfer.h"
+#include "app/desktop/PreferencesDialog.h"
 #include "app/desktop/UncachedPixmapIcon.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/ClearWindow.h"
@@ -282,6 +283,29 @@ void ViewController_plus::showColorLibraries() {
   auto* dialog = new VCPantonePicker(this);
   dialog->setWindowModality(Qt::WindowModal);
   dialog->show();
+}
+
+void ViewController_plus::showPreferences() {
+  if (!preferencesDialog_) preferencesDialog_ = new PreferencesDialog(*logic_, this);
+  preferencesDialog_->show();
+  preferencesDialog_->raise();
+  preferencesDialog_->activateWindow();
+}
+
+PreferencesDialog* ViewController_plus::preferencesDialog() const { return preferencesDialog_; }
+
+void ViewController_plus::colorAccepted(const ColorStruct&) {
+  const Preferences& preferences = logic_->preferences();
+  if (!preferences.copyEnabled()) return;
+  // The fields were just set for this colour: copy what the user sees.
+  const QString notation = preferences.copyNotation();
+  QLineEdit* field = notation == QLatin1String("rgb")    ? rgbInfo.data()
+                     : notation == QLatin1String("cmyk") ? cmykInfo.data()
+                     : notation == QLatin1String("hsb")  ? hsbInfo.data()
+                     : notation == QLatin1String("lab")  ? labInfo.data()
+                                                         : hexInfo.data();
+  if (!field) fatalStop("a notation field of the panel is missing");
+  ColorTransfer::copyToClipboard(field->text());
 }
 
 void ViewController_plus::showColor(const ColorStruct& color) {

@@ -15,6 +15,7 @@
 namespace tw {
 
 class ColorTransfer;
+class PreferencesDialog;
 
 // The main colour panel as a widget: the content of the main window. Its logic
 // (the owned objects, the observers, the colour bookkeeping, the battery
@@ -51,6 +52,10 @@ class ViewController_plus : public QWidget, public PanelView {
   void useCrownColor();
   // Opens the colour library dialog, modal to the panel.
   void showColorLibraries();
+  // Shows the preferences window (not modal; one for the panel's life).
+  void showPreferences();
+  // Null until first shown.
+  PreferencesDialog* preferencesDialog() const;
 
   PanelLogic& logic() { return *logic_; }
   // Drags the colour out of the crown and the hex field, copies a clicked
@@ -92,6 +97,8 @@ class ViewController_plus : public QWidget, public PanelView {
   // Shown under the panel for a few seconds, then hidden again.
   void showHostMessage(const QString& text) override;
   QPointer<QLabel> hostMessage;
+  // The copy option: the chosen notation's text, as shown, to the clipboard.
+  void colorAccepted(const ColorStruct& color) override;
 
   // The background every appearance sets: opaque (40, 40, 20), a dark olive.
   static QColor backgroundColor();
@@ -107,6 +114,7 @@ class ViewController_plus : public QWidget, public PanelView {
   std::unique_ptr<PanelLogic> logic_;
   ColorTransfer* colorTransfer_ = nullptr;
   QTimer* hostMessageTimer_ = nullptr;
+  QPointer<PreferencesDialog> preferencesDialog_;
 };
 
 }  // namespace tw

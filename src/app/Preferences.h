@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <map>
+#include <vector>
+
+namespace tw {
+
+class Commander;
+
+// The user's choices, kept in the application's settings file (QSettings
+// "Orlo", "Tintwell", beside the saved pen and the telemetry address):
+//
+//   hosts/photoshop, hosts/illustrator, hosts/gimp, hosts/inkscape,
+//   hosts/krita        bool, true   that design application receives colours
+//   copy/enabled       bool, false  every new colour goes to the clipboard
+//   copy/notation      "hex", "rgb", "cmyk", "hsb" or "lab", "hex"
+//   telemetry/enabled  bool, true   usage reports are sent
+//
+// A missing key, or a value that is not one of its kind (a bool is true,
+// false, 1 or 0), reads as the default. GUI-free: the desktop panel and
+// `tintwell listen` read the same file at start.
+class Preferences {
+ public:
+  struct Host {
+    QString key;   // settings key under "hosts/", the dispatcher's key
+    QString name;  // as users know it
+    // Reached through the native-host dispatcher rather than by script.
+    bool native = false;
+  };
+  // Photoshop, Illustrator, GIMP, Inkscape, Krita, in that order.
+  static const std::vector<Host>& hosts();
+  // "hex", "rgb", "cmyk", "hsb", "lab": the panel's notations, in its order.
+  static const QStringList& notations();
+
+  // Every value at its default.
+  Preferences();
+
+  // Reads the settings file; defaults for what it lacks.
+  static Preferences load();
+  // Writes every key and syncs the file.
+  void save() const;
+
+  // False only for a known host switched off.
+  bool hostEnabled(const QString& key) const;
+  // Ignores keys that are not in hosts().
+  void setHostEnabled(const QString& key, bool enabled);
+
+  bool copyEnabled() const { return copyEnabled_; }
+  void setCopyEnabled(bool enabled) { copyEnabled_ = enabled; }
+  QString copyNotation() const { return copyNotation_; }
+  // False, leaving the notation as it was, for anything not in notations().
+  bool setCopyNotation(const QString& notation);
+
+  bool telemetryEnabled() const { return telemetryEnabled_; }
+  void setTelemetryEnabled(bool enabled) { telemetryEnabled_ = enabled; }
+
+  // Switches the commander's hosts: Photoshop and Illustrator through its
+  // script switches, the others through its native-host dispatcher when it
+  // has one (without one they have nothing to switch).
+  void applyHosts(Commander& commander) const;
+
+  friend bool operator==(const Preferences&, const Preferences&) = default;
+
+ private:
+  std::map<QString, bool> hostEnabled_;
+  bool copyEnabled_ = false;
+  QString copyNotation_;
+  bool telemetryEnabled_ = true;
+};
+
+}  // namespace tw
