@@ -114,6 +114,17 @@ bool HostDispatcher::offerTo(const QString& key, const HostColor& color) {
   return true;
 }
 
+bool HostDispatcher::isHostRunning(const QString& key,
+                                   const std::vector<RunningApplication>& running) const {
+  Worker* worker = find(key);
+  if (!worker) return false;
+  // isHostProcess only reads names: safe beside the worker's pushes.
+  for (const RunningApplication& application : running) {
+    if (worker->host->isHostProcess(application)) return true;
+  }
+  return false;
+}
+
 void HostDispatcher::setEnabled(const QString& key, bool enabled) {
   if (Worker* worker = find(key)) {
     std::lock_guard lock(mutex_);

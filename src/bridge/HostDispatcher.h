@@ -62,6 +62,9 @@ class HostDispatcher {
   // (the command line's --to). False for an unknown key.
   bool offerTo(const QString& key, const HostColor& color);
 
+  // Whether the host `key`'s process is among `running`, switched on or not.
+  bool isHostRunning(const QString& key, const std::vector<RunningApplication>& running) const;
+
   void setEnabled(const QString& key, bool enabled);
   bool isEnabled(const QString& key) const;
   std::vector<QString> keys() const;

@@ -1,13 +1,13 @@
 #include "app/cli/PushCommand.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QStringList>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <string>
 
+#include "app/Preferences.h"
 #include "app/cli/StderrAlertPresenter.h"
 #include "bridge/Commander.h"
 #include "bridge/HostDescription.h"
@@ -120,10 +120,11 @@ int runPushCommand(int argc, char** argv) {
       }
     }
   }
+  // Named hosts get the colour whatever the preferences say; otherwise the
+  // preferences' switches, read as the panel reads them.
+  const Preferences preferences = Preferences::load();
   const auto wanted = [&](const QString& key) {
-    if (named) return named->contains(key);
-    const QSettings settings(QStringLiteral("Orlo"), QStringLiteral("Tintwell"));
-    return settings.value(QStringLiteral("hosts/") + key, true).toBool();
+    return named ? named->contains(key) : preferences.hostEnabled(key);
   };
 
   // The script folder and Photoshop's settings as the panel has them, so a
@@ -155,12 +156,20 @@ int runPushCommand(int argc, char** argv) {
   const std::map<QString, QString> scriptNames = {
       {QStringLiteral("photoshop"), QStringLiteral("Photoshop")},
       {QStringLiteral("illustrator"), QStringLiteral("Illustrator")}};
+  const Commander::State scan = commander.state();
+  const auto scriptRunning = [&](const QString& key) {
+    return key == QLatin1String("photoshop") ? scan.bPhotoshopFound.value_or(false)
+                                             : scan.bIllustragorFound.value_or(false);
+  };
   for (const QString& key : kScriptHosts) {
     const bool pushed =
         std::find(scriptPushed.begin(), scriptPushed.end(), key) != scriptPushed.end();
     if (pushed) {
       any = true;
       printLine(scriptNames.at(key) + QStringLiteral(": script opened with ") + color->hex());
+    } else if (!named && scriptRunning(key)) {
+      any = true;
+      printLine(scriptNames.at(key) + QStringLiteral(": switched off in the preferences"));
     } else if (named && named->contains(key)) {
       namedFailed = true;
       printLine(scriptNames.at(key) + QStringLiteral(": not running"));
@@ -169,7 +178,11 @@ int runPushCommand(int argc, char** argv) {
   for (const QString& key : nativeKeys) {
     const std::optional<PushOutcome> outcome = dispatcher->lastOutcome(key);
     if (!outcome) {
-      if (named && named->contains(key)) {
+      if (!named && !wanted(key) && dispatcher->isHostRunning(key, running)) {
+        any = true;
+        printLine(*dispatcher->displayName(key) +
+                  QStringLiteral(": switched off in the preferences"));
+      } else if (named && named->contains(key)) {
         namedFailed = true;
         printLine(*dispatcher->displayName(key) + QStringLiteral(": not pushed"));
       }

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
+#include <QFile>
 #include <QProcess>
 #include <future>
 
@@ -111,6 +113,24 @@ TEST_F(GimpRealTest, TheCommandLinePushPrintsTheOutcomeAndGimpHasTheColour) {
   EXPECT_EQ(push.exitCode(), 0) << push.readAllStandardError().toStdString();
   EXPECT_EQ(push.readAllStandardOutput(), QByteArray("GIMP: #5a5046 set\n"));
   EXPECT_EQ(host->readBack(5s), (HostColor{90, 80, 70}));
+}
+
+TEST_F(GimpRealTest, SwitchedOffInThePreferencesGimpReceivesNothingFromAPush) {
+  const HostColor before = *host->readBack(5s);
+  QDir().mkpath(session->configDir() + QStringLiteral("/Orlo"));
+  QFile settings(session->configDir() + QStringLiteral("/Orlo/Tintwell.conf"));
+  ASSERT_TRUE(settings.open(QIODevice::WriteOnly));
+  settings.write("[hosts]\ngimp=false\n");
+  settings.close();
+  QProcess push;
+  push.setProcessEnvironment(session->environment());
+  push.start(qEnvironmentVariable("TINTWELL_BIN"), {QStringLiteral("push"), QStringLiteral("3"),
+                                                    QStringLiteral("2"), QStringLiteral("1")});
+  ASSERT_TRUE(push.waitForFinished(30000));
+  settings.remove();
+  EXPECT_EQ(push.exitCode(), 0);
+  EXPECT_TRUE(push.readAllStandardOutput().contains("GIMP: switched off in the preferences\n"));
+  EXPECT_EQ(host->readBack(5s), before);
 }
 
 TEST_F(GimpRealTest, AHungGimpCostsOneFailureAndTheNextColourArrives) {
