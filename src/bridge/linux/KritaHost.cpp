@@ -33,10 +33,15 @@ PushOutcome notAnswered(const KritaExchange& exchange, std::chrono::milliseconds
 
 }  // namespace
 
-KritaHost::KritaHost() : KritaHost(kritaSocketPath(), KritaPluginInstaller()) {}
+KritaHost::KritaHost() : installer_(KritaPluginInstaller()) {}
 
 KritaHost::KritaHost(QString socketPath, KritaPluginInstaller installer)
     : socketPath_(std::move(socketPath)), installer_(std::move(installer)) {}
+
+const QString& KritaHost::socketPath() const {
+  if (!socketPath_) socketPath_ = kritaSocketPath();
+  return *socketPath_;
+}
 
 bool KritaHost::isHostProcess(const RunningApplication& application) const {
   return application.localizedName == QStringLiteral("krita");
@@ -71,7 +76,7 @@ PushOutcome KritaHost::push(const HostColor& color, std::chrono::milliseconds ti
   // promises (a view in another colour space may not hold it exactly).
   const QByteArray hex = color.hex().toLatin1();
   const KritaExchange exchange =
-      askKrita(socketPath_, {QByteArrayLiteral("set ") + hex, QByteArrayLiteral("get")}, timeout);
+      askKrita(socketPath(), {QByteArrayLiteral("set ") + hex, QByteArrayLiteral("get")}, timeout);
   if (exchange.status != KritaExchange::Status::Answered) return notAnswered(exchange, timeout);
   const QByteArray& set = exchange.answers.at(0);
   const QByteArray& get = exchange.answers.at(1);
@@ -91,7 +96,7 @@ PushOutcome KritaHost::push(const HostColor& color, std::chrono::milliseconds ti
 }
 
 std::optional<HostColor> KritaHost::readBack(std::chrono::milliseconds timeout) {
-  const KritaExchange exchange = askKrita(socketPath_, {QByteArrayLiteral("get")}, timeout);
+  const KritaExchange exchange = askKrita(socketPath(), {QByteArrayLiteral("get")}, timeout);
   if (exchange.status != KritaExchange::Status::Answered) return std::nullopt;
   const QByteArray& get = exchange.answers.at(0);
   if (!get.startsWith('#')) return std::nullopt;

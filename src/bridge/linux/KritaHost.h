@@ -35,10 +35,12 @@ class KritaHost : public DesignHost {
   // The active view's foreground; absent with no document open or no answer.
   std::optional<HostColor> readBack(std::chrono::milliseconds timeout) override;
 
-  const QString& socketPath() const { return socketPath_; }
+  // Worked out on first use: with no XDG_RUNTIME_DIR, Qt's fallback warns
+  // on standard error, which only a Krita actually pushed to should cost.
+  const QString& socketPath() const;
 
  private:
-  QString socketPath_;
+  mutable std::optional<QString> socketPath_;
   KritaPluginInstaller installer_;
 };
 
