@@ -1,7 +1,7 @@
 // Colour accepted -> colour confirmed in each real design application, and
 // how long the accepting thread is busy per push.
 //
-//   build/bench/design_app_latency [--pushes N] [--hosts gimp,inkscape]
+//   build/bench/design_app_latency [--pushes N] [--hosts gimp,inkscape,krita]
 //
 // Each application runs from Debian's package under a private Xvfb in a
 // throwaway session, as in the real-application tests. A push is timed from
@@ -24,6 +24,8 @@
 #include "bridge/HostDispatcher.h"
 #include "bridge/linux/GimpHost.h"
 #include "bridge/linux/InkscapeHost.h"
+#include "bridge/linux/KritaHost.h"
+#include "bridge/linux/KritaPlugin.h"
 #include "tests/support/DesignAppSession.h"
 #include "tests/support/XvfbServer.h"
 
@@ -95,6 +97,28 @@ std::vector<HostUnderTest> allHosts() {
                           .type() == QDBusMessage::ReplyMessage;
              },
              120s);
+       }},
+      {QStringLiteral("krita"), QStringLiteral("krita"),
+       [](DesignAppSession& s) {
+         // The plug-in goes into the session's own Krita resources before
+         // Krita starts, as after the notice on a user's first run.
+         s.exportEnvironment();
+         tw::KritaPluginInstaller().install();
+         return QStringList{QStringLiteral("--nosplash")};
+       },
+       [](DesignAppSession&) { return std::make_unique<tw::KritaHost>(); },
+       [](DesignAppSession& s) {
+         tw::KritaHost probe;
+         DesignAppSession::waitUntil(
+             [&] {
+               return probe.push(tw::HostColor{1, 2, 3}, 2s).status != tw::PushStatus::NotRunning;
+             },
+             180s);
+         // A second krita hands a new image to the running one.
+         s.runTool(QStringLiteral("krita"),
+                   {QStringLiteral("--nosplash"), QStringLiteral("--new-image"),
+                    QStringLiteral("RGBA,U8,320,240")},
+                   30000);
        }},
   };
 }
