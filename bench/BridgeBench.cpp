@@ -126,6 +126,21 @@ void BM_SendColorToAppsRealProc(benchmark::State& state) {
 }
 BENCHMARK(BM_SendColorToAppsRealProc)->Unit(benchmark::kMillisecond)->Iterations(200);
 
+// The running-application scan alone over this machine's /proc: the part of
+// every push the panel's thread waits for even when no host runs.
+void BM_ScanRealProc(benchmark::State& state) {
+  const ProcApplicationLister lister;
+  std::vector<double> ms;
+  for (auto _ : state) {
+    const auto start = std::chrono::steady_clock::now();
+    benchmark::DoNotOptimize(lister.runningApplications());
+    ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                     .count());
+  }
+  reportPercentiles(state, std::move(ms));
+}
+BENCHMARK(BM_ScanRealProc)->Unit(benchmark::kMicrosecond)->Iterations(2000);
+
 // The shell step alone: /bin/bash -c with the no-op launcher, output read to its end.
 void BM_RunShellNoOpLauncher(benchmark::State& state) {
   BenchEnvironment env;

@@ -1,11 +1,15 @@
 #include "bridge/linux/ProcApplicationLister.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <QDir>
 #include <QFile>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 
 namespace tw {
 
@@ -20,29 +24,46 @@ std::vector<RunningApplication> ProcApplicationLister::runningApplications() con
 }
 
 std::vector<qint64> ProcApplicationLister::currentUserProcessIds() {
+  // Plain directory calls: the scan runs on every push, on the thread that
+  // accepted the colour, and QDir's string lists cost several times more.
   const uid_t me = geteuid();
   std::vector<qint64> pids;
-  const QStringList entries =
-      QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-  for (const QString& entry : entries) {
-    bool numeric = false;
-    const qint64 pid = entry.toLongLong(&numeric);
-    if (!numeric || pid <= 0) continue;
+  DIR* proc = opendir("/proc");
+  if (!proc) return pids;
+  const int procFd = dirfd(proc);
+  while (const dirent* entry = readdir(proc)) {
+    char* end = nullptr;
+    const long long pid = std::strtoll(entry->d_name, &end, 10);
+    if (end == entry->d_name || *end != '\0' || pid <= 0) continue;
     struct stat info {};
     // A /proc/<pid> folder belongs to the process's effective user.
-    if (stat(QFile::encodeName(QStringLiteral("/proc/") + entry).constData(), &info) != 0) continue;
+    if (fstatat(procFd, entry->d_name, &info, 0) != 0) continue;
     if (info.st_uid != me) continue;
     pids.push_back(pid);
   }
+  closedir(proc);
   std::sort(pids.begin(), pids.end());
   return pids;
 }
 
 std::optional<RunningApplication> ProcApplicationLister::readProcess(qint64 pid) {
-  QFile file(QStringLiteral("/proc/%1/cmdline").arg(pid));
-  if (!file.open(QIODevice::ReadOnly)) return std::nullopt;
-  const QByteArray commandLine = file.readAll();
-  if (file.error() != QFileDevice::NoError) return std::nullopt;
+  char path[48];
+  std::snprintf(path, sizeof path, "/proc/%lld/cmdline", static_cast<long long>(pid));
+  const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  QByteArray commandLine;
+  char chunk[4096];
+  for (;;) {
+    const ssize_t n = ::read(fd, chunk, sizeof chunk);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ::close(fd);
+      return std::nullopt;
+    }
+    if (n == 0) break;
+    commandLine.append(chunk, n);
+  }
+  ::close(fd);
   return applicationFromCommandLine(commandLine);
 }
 
