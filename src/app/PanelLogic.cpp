@@ -1,6 +1,5 @@
 #include "app/PanelLogic.h"
 
-#include <QCoreApplication>
 #include <QTimer>
 #include <future>
 
@@ -50,28 +49,29 @@ class PanelLogic::HostEventsToPanel : public HostEvents {
   // Waits on the host's worker until the user has closed the alert, so
   // the host does what the notice says only after it was read. If the panel
   // goes first, the alert is never shown and the wait ends with it.
-  void notice(const QString&, const QString& hostName, const QString& text) override {
+  bool notice(const QString&, const QString& hostName, const QString& text) override {
     struct Seen {
-      std::promise<void> promise;
-      ~Seen() { promise.set_value(); }
+      std::promise<bool> promise;
+      bool shown = false;
+      ~Seen() { promise.set_value(shown); }
     };
     auto seen = std::make_shared<Seen>();
-    std::future<void> done = seen->promise.get_future();
+    std::future<bool> done = seen->promise.get_future();
     toMainThread([hostName, text, seen = std::move(seen)](PanelLogic& panel) {
       if (panel.alerts_) panel.alerts_->showInformation(hostName, text);
+      seen->shown = true;
     });
-    done.wait();
+    return done.get();
   }
 
  private:
+  // Through the panel's mailbox, the hand-over ThreadSanitizer can see.
+  // Dropped with the panel if it goes before the main thread gets to it.
   template <typename Work>
   void toMainThread(Work work) {
     std::shared_lock lock(gate_->mutex);
     PanelLogic* panel = gate_->panel;
-    // Dropped with the panel if it goes before the main thread gets to it.
-    if (panel)
-      QMetaObject::invokeMethod(
-          panel, [panel, work] { work(*panel); }, Qt::QueuedConnection);
+    if (panel) panel->mainQueue_->post([panel, work] { work(*panel); });
   }
 
   std::shared_ptr<Gate> gate_;
@@ -102,10 +102,10 @@ PanelLogic::~PanelLogic() {
     std::unique_lock lock(self_->mutex);
     self_->panel = nullptr;
   }
-  // Calls the design applications' workers queued here are dropped now, not
-  // with the QObject after the members: a worker waiting for its notice to be
-  // seen is released before the bridge joins it.
-  QCoreApplication::removePostedEvents(this);
+  // Work queued for the main thread is dropped now, not with the mailbox
+  // after the members: a design application's worker waiting for its notice
+  // to be seen is released before the bridge joins it.
+  mainQueue_->discard();
 }
 
 void PanelLogic::viewDidLoad() {

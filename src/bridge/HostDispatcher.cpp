@@ -227,9 +227,13 @@ void HostDispatcher::run(Worker& worker) {
 
     if (prepare) {
       if (const std::optional<QString> notice = worker.host->preparationNotice()) {
-        events_->notice(worker.key, worker.name, *notice);
-        if (const std::optional<QString> failed = worker.host->prepare()) {
-          logLine(worker.name + QStringLiteral(": ") + *failed);
+        if (events_->notice(worker.key, worker.name, *notice)) {
+          if (const std::optional<QString> failed = worker.host->prepare()) {
+            logLine(worker.name + QStringLiteral(": ") + *failed);
+          }
+        } else {
+          std::lock_guard relock(mutex_);
+          worker.prepared = false;
         }
       }
     }

@@ -23,10 +23,13 @@ class HostEvents {
                       const PushOutcome& outcome) {
     (void)hostKey, (void)hostName, (void)color, (void)outcome;
   }
-  // Shows a host's preparation notice. Returns once the user has seen it
-  // (an alert closed, a line printed): the host is prepared only then.
-  virtual void notice(const QString& hostKey, const QString& hostName, const QString& text) {
+  // Shows a host's preparation notice and returns once the user has seen it
+  // (an alert closed, a line printed): true, and the host is prepared then.
+  // False when it could not be shown (the panel went first): the host is
+  // left as it is and asked again before its next push.
+  virtual bool notice(const QString& hostKey, const QString& hostName, const QString& text) {
     (void)hostKey, (void)hostName, (void)text;
+    return true;
   }
 };
 

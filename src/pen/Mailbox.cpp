@@ -14,6 +14,13 @@ void Mailbox::post(std::function<void()> work) {
   wakeQueued_ = true;
 }
 
+void Mailbox::discard() {
+  std::vector<std::function<void()>> dropped;
+  std::lock_guard lock(mutex_);
+  dropped.swap(pending_);
+  // `dropped` is destroyed after the lock is released (declared first).
+}
+
 void Mailbox::drain() {
   std::vector<std::function<void()>> batch;
   {

@@ -17,6 +17,9 @@ class Mailbox : public QObject {
  public:
   explicit Mailbox(QObject* parent = nullptr);
   void post(std::function<void()> work);
+  // Drops the work not run yet, destroying it now (outside the lock). For an
+  // owner going away whose pending work holds something others wait on.
+  void discard();
 
  private Q_SLOTS:
   void drain();

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <future>
 #include <mutex>
@@ -96,14 +97,16 @@ struct Events : HostEvents {
     std::lock_guard lock(mutex);
     outcomes.emplace_back(key, color, outcome.status);
   }
-  void notice(const QString& key, const QString&, const QString& text) override {
+  bool notice(const QString& key, const QString&, const QString& text) override {
     {
       std::lock_guard lock(mutex);
       notices.push_back(key + QStringLiteral(": ") + text);
     }
     if (seen) seen();
+    return shown;
   }
   std::function<void()> seen;
+  std::atomic<bool> shown{true};
   std::mutex mutex;
   std::vector<std::tuple<QString, HostColor, PushStatus>> outcomes;
   QStringList notices;
@@ -271,6 +274,20 @@ TEST(HostDispatcherTest, AHostIsPreparedOnceAfterItsNoticeWasSeen) {
   EXPECT_EQ(f.alpha->seen(), (std::vector<HostColor>{kRed, kGreen}));
   std::lock_guard lock(f.events->mutex);
   EXPECT_EQ(f.events->notices, QStringList{QStringLiteral("alpha: will install a plug-in")});
+}
+
+TEST(HostDispatcherTest, ANoticeThatCouldNotBeShownLeavesTheHostUnpreparedAndIsAskedAgain) {
+  Fixture f;
+  f.alpha->notice = QStringLiteral("will install a plug-in");
+  f.events->shown = false;
+  f.dispatcher->offer(kRed, {app(QStringLiteral("alpha-bin"))});
+  ASSERT_TRUE(f.dispatcher->waitIdle(10s));
+  EXPECT_EQ(f.alpha->prepared, 0);
+  f.events->shown = true;
+  f.dispatcher->offer(kGreen, {app(QStringLiteral("alpha-bin"))});
+  ASSERT_TRUE(f.dispatcher->waitIdle(10s));
+  EXPECT_EQ(f.alpha->asked, 2);
+  EXPECT_EQ(f.alpha->prepared, 1);
 }
 
 TEST(HostDispatcherTest, NothingToAnnounceMeansNothingIsPrepared) {

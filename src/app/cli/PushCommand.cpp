@@ -40,9 +40,10 @@ void printLine(const QString& line) {
 // Notices (Krita's plug-in) go to standard error, like the restart alert.
 class PrintingEvents : public HostEvents {
  public:
-  void notice(const QString&, const QString& hostName, const QString& text) override {
+  bool notice(const QString&, const QString& hostName, const QString& text) override {
     const QByteArray bytes = (hostName + QStringLiteral(": ") + text + QLatin1Char('\n')).toUtf8();
     std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stderr);
+    return true;
   }
 };
 

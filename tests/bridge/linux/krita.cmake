@@ -10,4 +10,4 @@ tw_add_test(xwd_image_test SOURCES linux/XwdImageTest.cpp LIBS tw_design_app_sup
 # share one Krita and run in order.
 tw_add_test(krita_real_test WHOLE TIMEOUT 600 SOURCES linux/KritaRealTest.cpp
   LIBS tintwell_bridge_krita tw_design_app_support LABELS design_apps)
-set_tests_properties(krita_real_test PROPERTIES RESOURCE_LOCK design_apps)
+set_tests_properties(krita_real_test PROPERTIES RUN_SERIAL TRUE)
