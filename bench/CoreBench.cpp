@@ -1,6 +1,11 @@
 #include <benchmark/benchmark.h>
 
+#include <cstdint>
+#include <limits>
+#include <vector>
+
 #include "color/ColorNotations.h"
+#include "color/DeltaE.h"
 #include "telemetry/UsageRecords.h"
 
 namespace {
@@ -37,6 +42,54 @@ void BM_ConvertToAllColor(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_ConvertToAllColor);
+
+// Lab of colours spread over the cube by the same stride walk as above.
+std::vector<tw::LabColor> labWalk(std::size_t count) {
+  std::vector<tw::LabColor> colours;
+  colours.reserve(count);
+  unsigned v = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    v = (v + 40503u) & 0xFFFFFFu;
+    colours.push_back(tw::labOfSRGB8(static_cast<std::uint8_t>(v >> 16),
+                                     static_cast<std::uint8_t>(v >> 8),
+                                     static_cast<std::uint8_t>(v)));
+  }
+  return colours;
+}
+
+// One CIEDE2000 difference between two precomputed Lab colours.
+void BM_DeltaE2000(benchmark::State& state) {
+  const std::vector<tw::LabColor> colours = labWalk(4096);
+  std::size_t i = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(tw::deltaE2000(colours[i], colours[(i + 1) & 4095]));
+    i = (i + 1) & 4095;
+  }
+}
+BENCHMARK(BM_DeltaE2000);
+
+// The nearest of 30,000 precomputed Lab entries to one colour, by a linear scan.
+void BM_NearestOf30000(benchmark::State& state) {
+  const std::vector<tw::LabColor> table = labWalk(30000);
+  const std::vector<tw::LabColor> queries = labWalk(30064);
+  std::size_t q = 30000;
+  for (auto _ : state) {
+    const tw::LabColor& colour = queries[q];
+    double best = std::numeric_limits<double>::infinity();
+    std::size_t bestIndex = 0;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+      const double d = tw::deltaE2000(colour, table[i]);
+      if (d < best) {
+        best = d;
+        bestIndex = i;
+      }
+    }
+    benchmark::DoNotOptimize(bestIndex);
+    q = q + 1 < queries.size() ? q + 1 : 30000;
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(table.size()));
+}
+BENCHMARK(BM_NearestOf30000)->Unit(benchmark::kMillisecond);
 
 void fillRecord(tw::ColorRecord& record, int colours) {
   record.update([&](tw::ColorRecord::Fields& f) {

@@ -103,16 +103,24 @@ const std::array<double, 256>& linearTable() {
   return table;
 }
 
-Lab labFromLinear(double r, double g, double b) {
+// The one Lab computation: the panel's rounded texts and the unrounded values
+// colour differences need both come from here, so they cannot drift apart.
+LabColor unroundedLabFromLinear(double r, double g, double b) {
   const double x = (r * 0.4124 + g * 0.3576 + b * 0.1805) / 95.047;
   const double y = (r * 0.2126 + g * 0.7152 + b * 0.0722) / 100.0;
   const double z = (r * 0.0193 + g * 0.1192 + b * 0.9505) / 108.883;
   const double fx = labCurve(x);
   const double fy = labCurve(y);
   const double fz = labCurve(z);
-  return Lab{roundFast((fy * 116.0 - 16.0) * 10.0) / 10.0,
-             roundFast((fx - fy) * 500.0 * 10.0) / 10.0,
-             roundFast((fy - fz) * 200.0 * 10.0) / 10.0};
+  return LabColor{fy * 116.0 - 16.0, (fx - fy) * 500.0, (fy - fz) * 200.0};
+}
+
+// Each product is rounded as a double before scaling, exactly as when the
+// rounding was written inline, so the displayed tenths are unchanged.
+Lab labFromLinear(double r, double g, double b) {
+  const LabColor u = unroundedLabFromLinear(r, g, b);
+  return Lab{roundFast(u.L * 10.0) / 10.0, roundFast(u.a * 10.0) / 10.0,
+             roundFast(u.b * 10.0) / 10.0};
 }
 
 bool isByte(qint64 v) { return v >= 0 && v <= 255; }
@@ -261,6 +269,11 @@ QString textOf(const std::optional<Record>& record, Put put) {
 Lab rgbToLab(double red, double green, double blue) {
   return labFromLinear(linearSRGB(red) * 100.0, linearSRGB(green) * 100.0,
                        linearSRGB(blue) * 100.0);
+}
+
+LabColor labOfSRGB8(std::uint8_t red, std::uint8_t green, std::uint8_t blue) {
+  const auto& table = linearTable();
+  return unroundedLabFromLinear(table[red], table[green], table[blue]);
 }
 
 HSB rgbToHSB(double red, double green, double blue) {

@@ -3,8 +3,11 @@
 #include <QString>
 #include <QtGlobal>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
+
+#include "color/DeltaE.h"
 
 namespace tw {
 
@@ -65,6 +68,11 @@ CMYK rgbToCMYK(double red, double green, double blue);
 
 // Fractions 0.0 to 1.0 in; each component rounded to one decimal.
 Lab rgbToLab(double red, double green, double blue);
+
+// The Lab of an 8-bit sRGB colour before rounding: the same white point,
+// matrix and curve as the panel's Lab, so rounding these half away from zero
+// to one decimal gives the displayed text.
+LabColor labOfSRGB8(std::uint8_t red, std::uint8_t green, std::uint8_t blue);
 
 // What the platform colour reports as hue, saturation and brightness for these
 // fractions, scaled and rounded to whole degrees and percent.
