@@ -23,7 +23,8 @@ using namespace std::chrono_literals;
 // preparing, to check the panel's side of the hand-over.
 class NoticeHost : public DesignHost {
  public:
-  explicit NoticeHost(std::shared_ptr<std::atomic<int>> prepared) : prepared_(std::move(prepared)) {}
+  explicit NoticeHost(std::shared_ptr<std::atomic<int>> prepared)
+      : prepared_(std::move(prepared)) {}
   QString key() const override { return QStringLiteral("sketch"); }
   QString displayName() const override { return QStringLiteral("Sketch"); }
   bool isHostProcess(const RunningApplication& application) const override {
@@ -86,8 +87,9 @@ class PanelNoticeTest : public ::testing::Test {
     parts.central = [](pen::CentralDelegate* d, QThread* q) {
       return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
     };
-    parts.host = std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
-        std::vector<RunningApplication>{{QStringLiteral("sketch"), QStringLiteral("/usr/bin/sketch")}}));
+    parts.host = std::make_shared<WineHostDescription>(
+        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{
+            {QStringLiteral("sketch"), QStringLiteral("/usr/bin/sketch")}}));
     parts.alerts = alerts_;
     parts.transport = std::make_shared<IdleTransport>();
     auto prepared = prepared_;
