@@ -125,6 +125,12 @@ bench: build
 design-apps-bench: build
 	./$(BUILD)/bench/design_app_latency --pushes 200
 
+# The history window over 100,000 colours, a search over them, and the pen to
+# panel time with the history on and off.
+.PHONY: history-bench
+history-bench: build
+	./$(BUILD)/bench/history_bench
+
 # Throughput of `tintwell convert` over every 8-bit colour.
 convert-bench: build
 	bench/convert_throughput.sh $(BUILD)

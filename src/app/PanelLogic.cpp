@@ -1,7 +1,11 @@
 #include "app/PanelLogic.h"
 
+#include <QDateTime>
 #include <QTimer>
+#include <cstdio>
 #include <future>
+#include <limits>
+#include <thread>
 
 #include "color/ColorNotations.h"
 #include "common/Fatal.h"
@@ -9,6 +13,8 @@
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "events/Notifications.h"
+#include "app/PaletteFollower.h"
+#include "library/names/NameLibraries.h"
 #include "pen/Mailbox.h"
 
 namespace tw {
@@ -28,6 +34,20 @@ NotificationCenter::Handler toPanel(const std::shared_ptr<Gate>& gate, Call call
 // costs a line; long enough for a busy GIMP, short enough that a hung one
 // is noticed while the user still remembers the colour.
 constexpr std::chrono::milliseconds kHostTimeout{3000};
+
+// How many colours the recent buttons hold.
+constexpr std::size_t kRecentColors = 4;
+
+// Set while the main thread posts the start-up colour, which the history
+// leaves out; a pen colour arriving meanwhile on its own thread sees false.
+thread_local bool postingStartUpColor = false;
+
+history::Source sourceOf(const Notification& notification) {
+  const bool screen =
+      notification.userInfo &&
+      notification.userInfo->value(notification::quillaKey()) == QLatin1String("NewScreenColor");
+  return screen ? history::Source::Screen : history::Source::Pen;
+}
 
 }  // namespace
 
@@ -65,17 +85,29 @@ class PanelLogic::HostEventsToPanel : public HostEvents {
   }
 
  private:
-  // Through the panel's mailbox, the hand-over ThreadSanitizer can see.
-  // Dropped with the panel if it goes before the main thread gets to it.
   template <typename Work>
   void toMainThread(Work work) {
-    std::shared_lock lock(gate_->mutex);
-    PanelLogic* panel = gate_->panel;
-    if (panel) panel->mainQueue_->post([panel, work] { work(*panel); });
+    PanelLogic::toMainThread(gate_, std::move(work));
   }
 
   std::shared_ptr<Gate> gate_;
 };
+
+std::shared_ptr<history::HistoryStore> openDefaultHistory(history::HistoryStore::FaultHandler onFault,
+                                                          history::HistoryStore::CommitHandler onCommit) {
+  history::HistoryStore::Options options;
+  options.path = history::defaultHistoryPath();
+  return std::make_shared<history::HistoryStore>(options, std::move(onFault), std::move(onCommit));
+}
+
+// Through the panel's mailbox, the hand-over ThreadSanitizer can see. Dropped
+// with the panel if it goes before the main thread gets to it.
+void PanelLogic::toMainThread(const std::shared_ptr<Gate>& gate,
+                              std::function<void(PanelLogic&)> work) {
+  std::shared_lock lock(gate->mutex);
+  PanelLogic* panel = gate->panel;
+  if (panel) panel->mainQueue_->post([panel, work = std::move(work)] { work(*panel); });
+}
 
 PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelParts parts)
     : view_(view),
@@ -94,6 +126,7 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
     commander_->setNativeHosts(std::make_shared<HostDispatcher>(
         parts.nativeHosts(), std::make_shared<HostEventsToPanel>(self_), kHostTimeout));
   }
+  openHistoryStore_ = std::move(parts.history);
   Q_UNUSED(bCalcSimilarColor);
 }
 
@@ -118,15 +151,138 @@ void PanelLogic::viewDidLoad() {
                      toPanel(self_, &PanelLogic::connectedNotificationWithNotification));
   center.addObserver(notification::disconnected(),
                      toPanel(self_, &PanelLogic::disconnectedNotificationWithNotification));
+  center.addObserver(notification::colorLibraryChanged(),
+                     toPanel(self_, &PanelLogic::colorLibraryChangedWithNotification));
   closing_.observe();
   coreQuilla_->setupCentralManager();
   commander_->initScriptFiles();
 }
 
 void PanelLogic::applyPreferences(const Preferences& preferences) {
+  const bool recentWasShown = preferences_.showRecentColors();
   preferences_ = preferences;
   preferences_.applyHosts(*commander_);
   apiLogger_->setSendingEnabled(preferences_.telemetryEnabled());
+  if (preferences_.historyEnabled()) openHistory();
+  {
+    std::lock_guard lock(colorMutex_);
+    historyEnabled_ = preferences_.historyEnabled() && history_ != nullptr;
+  }
+  if (preferences_.showRecentColors() || recentWasShown) showRecentColors();
+  const auto store = history();
+  if (preferences_.paletteFilesEnabled() && store) {
+    if (!paletteFollower_) paletteFollower_ = std::make_unique<PaletteFollower>(store);
+    paletteFollower_->schedule();
+  } else {
+    paletteFollower_.reset();
+  }
+  if (nameLibraryRow_ != preferences_.nameLibrary()) nameLibrary_.reset();
+  showColorName();
+}
+
+void PanelLogic::historyEdited() {
+  if (paletteFollower_) paletteFollower_->schedule();
+}
+
+const names::NameLibrary* PanelLogic::activeNameLibrary() {
+  const int row = preferences_.nameLibrary();
+  if (!nameLibrary_ || nameLibraryRow_ != row) {
+    nameLibrary_ = names::NameLibraries().library(row);
+    nameLibraryRow_ = row;
+  }
+  return nameLibrary_ ? &*nameLibrary_ : nullptr;
+}
+
+std::optional<names::NameMatch> PanelLogic::nearestName(int red, int green, int blue) {
+  const names::NameLibrary* library = activeNameLibrary();
+  if (!library) return std::nullopt;
+  const std::vector<names::NameMatch> matches = library->nearest(red, green, blue, 1);
+  if (matches.empty()) return std::nullopt;
+  return matches.front();
+}
+
+QString PanelLogic::nameText(const names::NameMatch& match) {
+  return QStringLiteral("%1 · ΔE00 %2").arg(match.entry.name).arg(match.deltaE, 0, 'f', 1);
+}
+
+void PanelLogic::showColorName() {
+  if (!preferences_.showColorNames() || !shownColor_) {
+    if (nameShown_) view_.showColorName(QString());
+    nameShown_ = false;
+    return;
+  }
+  const auto match = nearestName(static_cast<int>(shownColor_->iR),
+                                 static_cast<int>(shownColor_->iG),
+                                 static_cast<int>(shownColor_->iB));
+  view_.showColorName(match ? nameText(*match) : QString());
+  nameShown_ = true;
+}
+
+void PanelLogic::colorLibraryChangedWithNotification(const Notification& notification) {
+  const qint64* row = std::any_cast<qint64>(&notification.object);
+  if (row == nullptr || *row < 0 || *row > std::numeric_limits<int>::max()) return;
+  // Kept even with the names option off; it shows only once names do.
+  Preferences changed = preferences_;
+  changed.setNameLibrary(static_cast<int>(*row));
+  changed.save();
+  applyPreferences(changed);
+}
+
+void PanelLogic::openHistory() {
+  {
+    std::lock_guard lock(colorMutex_);
+    if (history_ || !openHistoryStore_) return;
+  }
+  // Both handlers run on the store's thread.
+  auto onFault = [gate = self_](history::Fault, const QString& line) {
+    std::fprintf(stderr, "%s\n", line.toUtf8().constData());
+    std::fflush(stderr);
+    toMainThread(gate, [line](PanelLogic& panel) { panel.view_.showHistoryMessage(line); });
+  };
+  auto onCommit = [gate = self_](const history::Entry& entry) {
+    toMainThread(gate, [entry](PanelLogic& panel) {
+      if (panel.paletteFollower_) panel.paletteFollower_->schedule();
+      auto& listeners = panel.historyListeners_;
+      std::erase_if(listeners, [](const HistoryListener& l) { return l.context.isNull(); });
+      // A copy: a listener may add another.
+      const auto current = listeners;
+      for (const HistoryListener& listener : current)
+        if (listener.context) listener.call(entry);
+    });
+  };
+  std::shared_ptr<history::HistoryStore> store =
+      openHistoryStore_(std::move(onFault), std::move(onCommit));
+  std::lock_guard lock(colorMutex_);
+  history_ = std::move(store);
+}
+
+std::shared_ptr<history::HistoryStore> PanelLogic::history() const {
+  std::lock_guard lock(colorMutex_);
+  return history_;
+}
+
+void PanelLogic::onHistoryCommitted(QObject* context,
+                                    std::function<void(const history::Entry&)> listener) {
+  historyListeners_.push_back({context, std::move(listener)});
+}
+
+void PanelLogic::rememberAccepted(const ColorStruct& color) {
+  recentColors_.insert(recentColors_.begin(), color);
+  if (recentColors_.size() > kRecentColors) recentColors_.resize(kRecentColors);
+  if (preferences_.showRecentColors()) showRecentColors();
+}
+
+void PanelLogic::showRecentColors() {
+  view_.showRecentColors(preferences_.showRecentColors() ? recentColors_
+                                                         : std::vector<ColorStruct>{});
+}
+
+void PanelLogic::pushAgain(const ColorStruct& color) {
+  // The script launcher waits for its shell; never on the main thread.
+  std::thread([commander = commander_.get(), gate = self_, color] {
+    std::shared_lock lock(gate->mutex);
+    if (gate->panel) commander->pushAgain(color);
+  }).detach();
 }
 
 void PanelLogic::prepareTelemetry() {
@@ -153,7 +309,9 @@ void PanelLogic::showColorTexts(qint64 red, qint64 green, qint64 blue) {
 
 void PanelLogic::appear() {
   prepareTelemetry();
+  postingStartUpColor = true;
   postNewColor(250, 250, 250);
+  postingStartUpColor = false;
   showColorTexts(250, 250, 250);
 }
 
@@ -172,6 +330,7 @@ void PanelLogic::handleNewColor(const Notification& notification) {
   const ColorStruct* incoming = std::any_cast<ColorStruct>(&notification.object);
   if (incoming == nullptr) fatalStop("a new-colour notification carried no ColorStruct");
   const ColorStruct color = *incoming;
+  const bool startUp = postingStartUpColor;
   bool accepted = false;
   {
     std::lock_guard lock(colorMutex_);
@@ -184,11 +343,21 @@ void PanelLogic::handleNewColor(const Notification& notification) {
       accepted = !commander_->state().bFirstColor;
       commander_->sendColorToApps(color);
       apiLogger_->countColor(color.iR, color.iG, color.iB);
+      // Queued for the store's own thread: nothing here waits for the disk.
+      if (accepted && historyEnabled_ && !startUp) {
+        history_->append(history::Entry{0, QDateTime::currentMSecsSinceEpoch(),
+                                        sourceOf(notification), static_cast<int>(color.iR),
+                                        static_cast<int>(color.iG), static_cast<int>(color.iB),
+                                        QString(), false});
+      }
     }
   }
-  mainQueue_->post([this, color, accepted] {
+  mainQueue_->post([this, color, accepted, startUp] {
     showColor(color);
-    if (accepted) view_.colorAccepted(color);
+    if (accepted) {
+      view_.colorAccepted(color);
+      if (!startUp) rememberAccepted(color);
+    }
   });
   logLine(color.colorHex);
 }
@@ -196,6 +365,8 @@ void PanelLogic::handleNewColor(const Notification& notification) {
 void PanelLogic::showColor(const ColorStruct& color) {
   view_.showColor(color);
   view_.showColorTexts(*convertToAllColor(color.iR, color.iG, color.iB));
+  shownColor_ = color;
+  if (preferences_.showColorNames()) showColorName();
 }
 
 void PanelLogic::connectedNotificationWithNotification(const Notification&) {

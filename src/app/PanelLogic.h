@@ -18,6 +18,8 @@
 #include "bridge/HostDescription.h"
 #include "color/ColorHelper.h"
 #include "events/NotificationCenter.h"
+#include "library/history/HistoryStore.h"
+#include "library/names/NameLibrary.h"
 #include "pen/CoreQuilla.h"
 #include "telemetry/API_Logger.h"
 #include "telemetry/TerminationReply.h"
@@ -28,6 +30,7 @@ namespace tw {
 namespace pen {
 class Mailbox;
 }
+class PaletteFollower;
 
 // The platform pieces the panel's objects are built on; tests put in their own.
 struct PanelParts {
@@ -41,7 +44,16 @@ struct PanelParts {
   // The native design applications (GIMP, Inkscape, Krita) pushed to after
   // Photoshop and Illustrator; none when empty.
   std::function<std::vector<std::unique_ptr<DesignHost>>()> nativeHosts;
+  // Opens the colour history with the given handlers (called on the store's
+  // thread); no history when empty.
+  std::function<std::shared_ptr<history::HistoryStore>(history::HistoryStore::FaultHandler,
+                                                       history::HistoryStore::CommitHandler)>
+      history;
 };
+
+// Opens the history in the application's data folder (PanelParts::history).
+std::shared_ptr<history::HistoryStore> openDefaultHistory(history::HistoryStore::FaultHandler onFault,
+                                                          history::HistoryStore::CommitHandler onCommit);
 
 // The main colour panel without its drawing: it owns the pen link, the bridge
 // and the telemetry sender, receives every new colour, pushes and counts it,
@@ -102,6 +114,33 @@ class PanelLogic : public QObject {
   API_Logger& apiLogger() { return *apiLogger_; }
   // Null when the parts had no colour helper.
   ColorHelper* colorHelper() { return colorHelper_.get(); }
+  // The colour history; null when the parts have none or it was never
+  // switched on. Main thread.
+  std::shared_ptr<history::HistoryStore> history() const;
+  // Called on the main thread with each colour the history has committed,
+  // while `context` lives.
+  void onHistoryCommitted(QObject* context, std::function<void(const history::Entry&)> listener);
+  // The last accepted colours, newest first (at most four), as the recent
+  // buttons show them when their option is on.
+  const std::vector<ColorStruct>& recentColors() const { return recentColors_; }
+  // Sends a colour taken from the history into the design applications again,
+  // off the main thread; the panel, the counts and the history are untouched.
+  void pushAgain(const ColorStruct& color);
+  // The history was edited (star, name, delete, import): the palette files
+  // follow.
+  void historyEdited();
+  // The name library chosen in the library dialog (its row, kept in the
+  // preferences), loaded on first use; null when that row has none. Main
+  // thread.
+  const names::NameLibrary* activeNameLibrary();
+  // The nearest name in the active library; nothing without one.
+  std::optional<names::NameMatch> nearestName(int red, int green, int blue);
+  // "tomato · ΔE00 1.2": how a match reads on the panel and in the history.
+  static QString nameText(const names::NameMatch& match);
+
+  // Observer of "Notification_ColorLibraryChanged" (the library dialog, main
+  // thread): the row becomes the active library and is saved.
+  void colorLibraryChangedWithNotification(const Notification& notification);
   std::optional<ColorStruct> currentColorStruct() const;
   // The stored battery timer (the last one made), and how many of the timers
   // made so far still run: a second connection leaves the first one running.
@@ -115,6 +154,13 @@ class PanelLogic : public QObject {
   void showDisconnected();
   void startBatteryWatch();
   void updateBatteryImage();
+  // Opens the history when the preferences want one and the parts can.
+  void openHistory();
+  // Main thread: a colour was accepted; the recent buttons follow it.
+  void rememberAccepted(const ColorStruct& color);
+  void showRecentColors();
+  // The name field follows the shown colour while its option is on.
+  void showColorName();
 
   PanelView& view_;
   // Owned for the panel's whole life, made in this order.
@@ -132,6 +178,9 @@ class PanelLogic : public QObject {
     PanelLogic* panel = nullptr;  // guarded by mutex
   };
   std::shared_ptr<Gate> self_;
+  // Runs work on the main thread through the mailbox while the panel lives.
+  static void toMainThread(const std::shared_ptr<Gate>& gate,
+                           std::function<void(PanelLogic&)> work);
   // Carries what observers on other threads hand to the main thread (colours,
   // connection changes) in posting order, through a lock ThreadSanitizer sees.
   pen::Mailbox* mainQueue_;
@@ -145,6 +194,26 @@ class PanelLogic : public QObject {
 
   // Declared for the library feature and never read.
   bool bCalcSimilarColor = true;
+
+  std::function<std::shared_ptr<history::HistoryStore>(history::HistoryStore::FaultHandler,
+                                                       history::HistoryStore::CommitHandler)>
+      openHistoryStore_;
+  // Written on the main thread, read where colours arrive: under colorMutex_.
+  std::shared_ptr<history::HistoryStore> history_;
+  bool historyEnabled_ = false;  // guarded by colorMutex_
+  struct HistoryListener {
+    QPointer<QObject> context;
+    std::function<void(const history::Entry&)> call;
+  };
+  std::vector<HistoryListener> historyListeners_;  // main thread
+  std::vector<ColorStruct> recentColors_;          // main thread
+  std::unique_ptr<PaletteFollower> paletteFollower_;  // main thread
+  // The active name library and the row it was loaded for; main thread.
+  std::optional<names::NameLibrary> nameLibrary_;
+  int nameLibraryRow_ = -1;
+  // The colour the panel shows now; main thread.
+  std::optional<ColorStruct> shownColor_;
+  bool nameShown_ = false;
 
   // As last applied; the defaults until viewDidLoad.
   Preferences preferences_;

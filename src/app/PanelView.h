@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <vector>
 
 #include "color/ColorNotations.h"
 #include "color/ColorStruct.h"
@@ -28,6 +29,15 @@ class PanelView {
   // A new colour was taken (pushed and counted; never the start-up colour or
   // a repeat), after it was shown. Nothing by default.
   virtual void colorAccepted(const ColorStruct& color) { (void)color; }
+  // A problem with the history's database, one line ("History: ..."), already
+  // on standard error. Nothing by default.
+  virtual void showHistoryMessage(const QString& text) { (void)text; }
+  // With the recent-colours option on: the last accepted colours, newest
+  // first, at most four; called again with none when the option goes off.
+  virtual void showRecentColors(const std::vector<ColorStruct>& colors) { (void)colors; }
+  // With the names option on: the nearest named colour ("tomato (ΔE00 1.2)");
+  // an empty text when the option goes off.
+  virtual void showColorName(const QString& text) { (void)text; }
 };
 
 // Shows nothing: the listener's panel.

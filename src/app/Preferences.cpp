@@ -15,6 +15,11 @@ QSettings openSettings() { return QSettings(QStringLiteral("Orlo"), QStringLiter
 const QString kCopyEnabled = QStringLiteral("copy/enabled");
 const QString kCopyNotation = QStringLiteral("copy/notation");
 const QString kTelemetryEnabled = QStringLiteral("telemetry/enabled");
+const QString kHistoryEnabled = QStringLiteral("history/enabled");
+const QString kHistoryRecent = QStringLiteral("history/recent");
+const QString kHistoryPalettes = QStringLiteral("history/palettes");
+const QString kNamesShow = QStringLiteral("names/show");
+const QString kNamesLibrary = QStringLiteral("names/library");
 
 QString hostSettingsKey(const QString& key) { return QStringLiteral("hosts/") + key; }
 
@@ -64,6 +69,13 @@ Preferences Preferences::load() {
   if (const auto on = readBool(settings, kCopyEnabled)) preferences.copyEnabled_ = *on;
   preferences.setCopyNotation(settings.value(kCopyNotation).toString());
   if (const auto on = readBool(settings, kTelemetryEnabled)) preferences.telemetryEnabled_ = *on;
+  if (const auto on = readBool(settings, kHistoryEnabled)) preferences.historyEnabled_ = *on;
+  if (const auto on = readBool(settings, kHistoryRecent)) preferences.showRecentColors_ = *on;
+  if (const auto on = readBool(settings, kHistoryPalettes)) preferences.paletteFilesEnabled_ = *on;
+  if (const auto on = readBool(settings, kNamesShow)) preferences.showColorNames_ = *on;
+  bool isNumber = false;
+  const int row = settings.value(kNamesLibrary).toString().trimmed().toInt(&isNumber);
+  if (isNumber) preferences.setNameLibrary(row);
   return preferences;
 }
 
@@ -73,6 +85,11 @@ void Preferences::save() const {
   settings.setValue(kCopyEnabled, copyEnabled_);
   settings.setValue(kCopyNotation, copyNotation_);
   settings.setValue(kTelemetryEnabled, telemetryEnabled_);
+  settings.setValue(kHistoryEnabled, historyEnabled_);
+  settings.setValue(kHistoryRecent, showRecentColors_);
+  settings.setValue(kHistoryPalettes, paletteFilesEnabled_);
+  settings.setValue(kNamesShow, showColorNames_);
+  settings.setValue(kNamesLibrary, nameLibrary_);
   settings.sync();
 }
 

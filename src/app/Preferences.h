@@ -17,6 +17,16 @@ class Commander;
 //   copy/enabled       bool, false  every new colour goes to the clipboard
 //   copy/notation      "hex", "rgb", "cmyk", "hsb" or "lab", "hex"
 //   telemetry/enabled  bool, true   usage reports are sent
+//   history/enabled    bool, true   accepted colours are kept in the history
+//   history/recent     bool, false  the panel's four small buttons show the
+//                                   last four accepted colours
+//   history/palettes   bool, false  a "Tintwell" palette file in the user
+//                                   palette folders of GIMP, Inkscape and
+//                                   Krita follows the history
+//   names/show         bool, false  the panel's name field shows the nearest
+//                                   named colour
+//   names/library      int, 0       the active name library's row in the
+//                                   library dialog
 //
 // A missing key, or a value that is not one of its kind (a bool is true,
 // false, 1 or 0), reads as the default. GUI-free: the desktop panel and
@@ -56,6 +66,18 @@ class Preferences {
   bool telemetryEnabled() const { return telemetryEnabled_; }
   void setTelemetryEnabled(bool enabled) { telemetryEnabled_ = enabled; }
 
+  bool historyEnabled() const { return historyEnabled_; }
+  void setHistoryEnabled(bool enabled) { historyEnabled_ = enabled; }
+  bool showRecentColors() const { return showRecentColors_; }
+  void setShowRecentColors(bool shown) { showRecentColors_ = shown; }
+  bool paletteFilesEnabled() const { return paletteFilesEnabled_; }
+  void setPaletteFilesEnabled(bool enabled) { paletteFilesEnabled_ = enabled; }
+  bool showColorNames() const { return showColorNames_; }
+  void setShowColorNames(bool shown) { showColorNames_ = shown; }
+  // A row of the library dialog; negative rows read as 0.
+  int nameLibrary() const { return nameLibrary_; }
+  void setNameLibrary(int row) { nameLibrary_ = row < 0 ? 0 : row; }
+
   // Switches the commander's hosts: Photoshop and Illustrator through its
   // script switches, the others through its native-host dispatcher when it
   // has one (without one they have nothing to switch).
@@ -68,6 +90,11 @@ class Preferences {
   bool copyEnabled_ = false;
   QString copyNotation_;
   bool telemetryEnabled_ = true;
+  bool historyEnabled_ = true;
+  bool showRecentColors_ = false;
+  bool paletteFilesEnabled_ = false;
+  bool showColorNames_ = false;
+  int nameLibrary_ = 0;
 };
 
 }  // namespace tw

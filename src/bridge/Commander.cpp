@@ -229,6 +229,25 @@ std::vector<QString> Commander::pushToScriptHosts(const ColorStruct& color) {
   return pushed;
 }
 
+void Commander::pushAgain(const ColorStruct& color) {
+  const ColorStruct own = unshared(color);
+  std::lock_guard lock(mutex_);
+  // The scripts are written from newColor; it goes back once they are.
+  const ColorStruct previous = state_.newColor;
+  state_.newColor = own;
+  findDesignAppsLocked();
+  if (requireFlag(state_.bPhotoshopFound) && state_.appPathPhotoshop && photoshopEnabled_)
+    pushToPhotoshop();
+  if (requireFlag(state_.bIllustragorFound) && state_.appPathIllustrator && illustratorEnabled_)
+    pushToIllustrator();
+  state_.newColor = previous;
+  if (nativeHosts_) {
+    nativeHosts_->offer(
+        HostColor{static_cast<int>(own.iR), static_cast<int>(own.iG), static_cast<int>(own.iB)},
+        running_);
+  }
+}
+
 void Commander::setNativeHosts(std::shared_ptr<HostDispatcher> hosts) {
   std::lock_guard lock(mutex_);
   nativeHosts_ = std::move(hosts);

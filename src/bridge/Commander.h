@@ -86,6 +86,12 @@ class Commander : public ApplicationUsageCounters {
   // "illustrator") of the applications whose script was opened.
   std::vector<QString> pushToScriptHosts(const ColorStruct& color);
 
+  // Pushes `color` once more into every running design application that is
+  // switched on, native ones included, with no first-colour rule: a colour
+  // taken again from the history. `newColor` is as it was afterwards, so the
+  // panel's repeat check still compares with the last colour it accepted.
+  void pushAgain(const ColorStruct& color);
+
   // The native design applications (GIMP, Inkscape, Krita), pushed to after
   // Photoshop and Illustrator with the same colours; none until set.
   void setNativeHosts(std::shared_ptr<HostDispatcher> hosts);

@@ -129,6 +129,41 @@ TEST(PreferencesTest, AHandWrittenFileIsReadWithItsOwnSpellings) {
   EXPECT_FALSE(loaded.telemetryEnabled());
 }
 
+TEST(PreferencesTest, HistoryIsOnAndEveryOtherNewOptionOffByDefault) {
+  const Preferences preferences = Preferences::load();
+  EXPECT_TRUE(preferences.historyEnabled());
+  EXPECT_FALSE(preferences.showRecentColors());
+  EXPECT_FALSE(preferences.paletteFilesEnabled());
+  EXPECT_FALSE(preferences.showColorNames());
+  EXPECT_EQ(preferences.nameLibrary(), 0);
+}
+
+TEST(PreferencesTest, HistoryAndNameOptionsAreSavedUnderTheirKeys) {
+  Preferences changed;
+  changed.setHistoryEnabled(false);
+  changed.setShowRecentColors(true);
+  changed.setPaletteFilesEnabled(true);
+  changed.setShowColorNames(true);
+  changed.setNameLibrary(3);
+  changed.save();
+  const QSettings settings(settingsPath(), QSettings::IniFormat);
+  EXPECT_EQ(settings.value("history/enabled").toString(), "false");
+  EXPECT_EQ(settings.value("history/recent").toString(), "true");
+  EXPECT_EQ(settings.value("history/palettes").toString(), "true");
+  EXPECT_EQ(settings.value("names/show").toString(), "true");
+  EXPECT_EQ(settings.value("names/library").toString(), "3");
+  EXPECT_EQ(Preferences::load(), changed);
+}
+
+TEST(PreferencesTest, ANameLibraryRowThatIsNotANumberOrNegativeReadsAsTheFirst) {
+  writeSettingsFile("[names]\nlibrary=css\n");
+  EXPECT_EQ(Preferences::load().nameLibrary(), 0);
+  writeSettingsFile("[names]\nlibrary=-4\n");
+  EXPECT_EQ(Preferences::load().nameLibrary(), 0);
+  writeSettingsFile("[names]\nlibrary= 2 \n");
+  EXPECT_EQ(Preferences::load().nameLibrary(), 2);
+}
+
 TEST(PreferencesTest, ValuesThatAreNotOfTheirKindReadAsTheDefaults) {
   writeSettingsFile(
       "[hosts]\nphotoshop=maybe\nillustrator=\ngimp=no\n"

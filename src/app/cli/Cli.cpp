@@ -8,6 +8,7 @@
 #include "common/Version.h"
 #include "tools/ConvertCommand.h"
 #include "tools/CsvCommand.h"
+#include "tools/HistoryCommand.h"
 
 namespace tw {
 
@@ -28,6 +29,10 @@ const char* usageText() {
          "  push R G B [--to HOST,...]\n"
          "                       Send one colour to the running design applications (or the\n"
          "                       named ones: photoshop, illustrator, gimp, inkscape, krita).\n"
+         "  history [--json|--csv] [--since TIME]\n"
+         "                       Print the colour history, newest first.\n"
+         "  export --format gpl|ase|css|csv [FILE]\n"
+         "                       Write the colour history as a palette file.\n"
          "  --help               Show this text.\n"
          "  --version            Show the version.\n";
 }
@@ -47,6 +52,8 @@ int runCli(int argc, char** argv) {
   if (std::strcmp(command, "csv") == 0) return runCsvCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "listen") == 0) return runListenCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "push") == 0) return runPushCommand(argc - 2, argv + 2);
+  if (std::strcmp(command, "history") == 0) return runHistoryCommand(argc - 2, argv + 2);
+  if (std::strcmp(command, "export") == 0) return runExportCommand(argc - 2, argv + 2);
   std::fprintf(stderr, "tintwell: unknown command '%s'\n\n%s", command, usageText());
   return 2;
 }

@@ -43,7 +43,8 @@ int runListenCommand(int argc, char** argv) {
                               std::make_shared<StderrAlertPresenter>(),
                               std::make_shared<NetworkUsageTransport>(),
                               {},
-                              nativeDesignHosts});
+                              nativeDesignHosts,
+                              openDefaultHistory});
   panel.viewDidLoad();
   panel.appear();
   delegate.applicationDidFinishLaunching();

@@ -24,7 +24,8 @@ PanelParts desktopPanelParts() {
                     std::make_shared<MessageBoxAlertPresenter>(),
                     std::make_shared<NetworkUsageTransport>(),
                     [] { return std::make_unique<ColorHelper>(); },
-                    nativeDesignHosts};
+                    nativeDesignHosts,
+                    openDefaultHistory};
 }
 
 namespace {

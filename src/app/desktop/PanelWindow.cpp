@@ -55,6 +55,8 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
             [this] { content_->findScreenColor(); });
   addAction(tr("Colour Libraries…"), QKeySequence(Qt::CTRL | Qt::Key_L),
             [this] { content_->showColorLibraries(); });
+  addAction(tr("History…"), QKeySequence(Qt::CTRL | Qt::Key_H),
+            [this] { content_->showHistory(); });
   QAction* preferences = addAction(tr("Preferences…"), QKeySequence(Qt::CTRL | Qt::Key_Comma),
                                    [this] { content_->showPreferences(); });
   // Ctrl+, everywhere, and the desktop's own key for it where that differs.

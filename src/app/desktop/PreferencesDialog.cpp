@@ -56,6 +56,7 @@ PreferencesDialog::PreferencesDialog(PanelLogic& logic, QWidget* parent)
   auto* layout = new QVBoxLayout(this);
   layout->addWidget(buildHosts());
   layout->addWidget(buildCopy());
+  layout->addWidget(buildHistory());
   layout->addWidget(buildReports(), 1);
   layout->addWidget(buttons);
 
@@ -122,6 +123,40 @@ QWidget* PreferencesDialog::buildCopy() {
   form->addRow(makeText(tr("The text goes to the clipboard exactly as the panel shows it. The "
                            "colour Tintwell starts with is not copied, nor a repeat."),
                         box));
+  return box;
+}
+
+QWidget* PreferencesDialog::buildHistory() {
+  auto* box = new QGroupBox(tr("History and names"), this);
+  auto* form = new QVBoxLayout(box);
+  const Preferences& preferences = logic_.preferences();
+  const auto addBox = [this, box, form](const QString& name, const QString& text, bool on,
+                                        void (Preferences::*set)(bool)) {
+    auto* check = new QCheckBox(text, box);
+    check->setObjectName(name);
+    check->setChecked(on);
+    connect(check, &QCheckBox::toggled, this,
+            [this, set](bool value) { change([&](Preferences& p) { (p.*set)(value); }); });
+    form->addWidget(check);
+    return check;
+  };
+  historyBox_ = addBox(QStringLiteral("historyEnabled"),
+                       tr("Keep every new colour in the history (Ctrl+H)"),
+                       preferences.historyEnabled(), &Preferences::setHistoryEnabled);
+  recentBox_ = addBox(QStringLiteral("showRecentColors"), tr("Show recent colours on the panel"),
+                      preferences.showRecentColors(), &Preferences::setShowRecentColors);
+  paletteFilesBox_ =
+      addBox(QStringLiteral("paletteFiles"),
+             tr("Keep a \"Tintwell\" palette in GIMP, Inkscape and Krita"),
+             preferences.paletteFilesEnabled(), &Preferences::setPaletteFilesEnabled);
+  namesBox_ = addBox(QStringLiteral("showColorNames"),
+                     tr("Show the nearest colour name on the panel"),
+                     preferences.showColorNames(), &Preferences::setShowColorNames);
+  form->addWidget(makeText(tr("The history is kept on this computer only, in %1. The palette "
+                              "file holds the starred colours and the newest ones, and the "
+                              "applications read it when they start or reload palettes.")
+                               .arg(history::defaultHistoryPath()),
+                           box));
   return box;
 }
 

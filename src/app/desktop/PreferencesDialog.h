@@ -37,6 +37,10 @@ class PreferencesDialog : public QDialog {
   QCheckBox* copyBox() const { return copyBox_; }
   QComboBox* notationBox() const { return notationBox_; }
   QCheckBox* reportsBox() const { return reportsBox_; }
+  QCheckBox* historyBox() const { return historyBox_; }
+  QCheckBox* recentBox() const { return recentBox_; }
+  QCheckBox* paletteFilesBox() const { return paletteFilesBox_; }
+  QCheckBox* namesBox() const { return namesBox_; }
   QLabel* reportsWaiting() const { return reportsWaiting_; }
   QPlainTextEdit* reportBodies() const { return reportBodies_; }
 
@@ -50,6 +54,7 @@ class PreferencesDialog : public QDialog {
  private:
   QWidget* buildHosts();
   QWidget* buildCopy();
+  QWidget* buildHistory();
   QWidget* buildReports();
   // Edits the panel's preferences, applies them and saves them.
   void change(const std::function<void(Preferences&)>& edit);
@@ -60,6 +65,10 @@ class PreferencesDialog : public QDialog {
   QCheckBox* copyBox_ = nullptr;
   QComboBox* notationBox_ = nullptr;
   QCheckBox* reportsBox_ = nullptr;
+  QCheckBox* historyBox_ = nullptr;
+  QCheckBox* recentBox_ = nullptr;
+  QCheckBox* paletteFilesBox_ = nullptr;
+  QCheckBox* namesBox_ = nullptr;
   QLabel* reportsWaiting_ = nullptr;
   QPlainTextEdit* reportBodies_ = nullptr;
   QTimer* refreshTimer_ = nullptr;

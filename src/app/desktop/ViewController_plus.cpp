@@ -10,6 +10,7 @@
 #include <QWindow>
 
 #include "app/desktop/ColorTransfer.h"
+#include "app/desktop/HistoryWindow.h"
 #include "app/desktop/PreferencesDialog.h"
 #include "app/desktop/UncachedPixmapIcon.h"
 #include "color/picker/ClearViewVC.h"
@@ -187,12 +188,29 @@ void ViewController_plus::buildLayout() {
                                      &btnSelectedBtn};
   const char* recentNames[] = {"btnColor1", "btnColor2", "btnColor3", "btnColor4",
                                "btnSelectedBtn"};
+  auto* recentRow = new QHBoxLayout;
+  recentRow->setSpacing(4);
   for (int i = 0; i < 5; ++i) {
     auto* button = new QPushButton(this);
     button->setObjectName(QString::fromLatin1(recentNames[i]));
     button->hide();
     *recent[i] = button;
+    if (i < 4) {
+      button->setFlat(true);
+      button->setFixedSize(30, 22);
+      button->setIconSize(QSize(26, 18));
+      recentRow->addWidget(button);
+      connect(button, &QPushButton::clicked, this, [this, i] {
+        if (i < static_cast<int>(recentShown_.size())) logic_->pushAgain(recentShown_[i]);
+      });
+    }
   }
+  recentRow->addStretch(1);
+  name->setReadOnly(true);
+  name->setFrame(false);
+  name->setAlignment(Qt::AlignHCenter);
+  name->setFocusPolicy(Qt::ClickFocus);
+  name->setAccessibleName(tr("Nearest named colour"));
 
   colorTransfer_ =
       new ColorTransfer(crownView, hex, {hex, rgbInfo, cmykInfo, hsbInfo, labInfo}, this);
@@ -204,6 +222,9 @@ void ViewController_plus::buildLayout() {
   layout->addLayout(top);
   layout->addWidget(crownView);
   layout->addWidget(hex);
+  // Both hidden, so they take no room, unless their options are on.
+  layout->addWidget(name);
+  layout->addLayout(recentRow);
   layout->addSpacing(4);
   layout->addLayout(grid);
   layout->addSpacing(4);
@@ -293,6 +314,44 @@ void ViewController_plus::showPreferences() {
 }
 
 PreferencesDialog* ViewController_plus::preferencesDialog() const { return preferencesDialog_; }
+
+void ViewController_plus::showHistory() {
+  if (!historyWindow_) historyWindow_ = new HistoryWindow(*logic_, this);
+  historyWindow_->show();
+  historyWindow_->raise();
+  historyWindow_->activateWindow();
+}
+
+HistoryWindow* ViewController_plus::historyWindow() const { return historyWindow_; }
+
+void ViewController_plus::showHistoryMessage(const QString& text) { showHostMessage(text); }
+
+void ViewController_plus::showRecentColors(const std::vector<ColorStruct>& colors) {
+  recentShown_ = colors;
+  QPushButton* buttons[] = {btnColor1, btnColor2, btnColor3, btnColor4};
+  for (int i = 0; i < 4; ++i) {
+    QPushButton* button = buttons[i];
+    if (!button) continue;
+    if (i >= static_cast<int>(colors.size())) {
+      button->hide();
+      continue;
+    }
+    const ColorStruct& color = colors[i];
+    QPixmap swatch(button->iconSize());
+    swatch.fill(QColor(int(color.iR), int(color.iG), int(color.iB)));
+    button->setIcon(QIcon(swatch));
+    const QString hex = QStringLiteral("#") + color.colorHex;
+    button->setToolTip(tr("%1: click to send it to the design applications again").arg(hex));
+    button->setAccessibleName(tr("Recent colour %1").arg(hex));
+    button->show();
+  }
+}
+
+void ViewController_plus::showColorName(const QString& text) {
+  if (!colorName) return;
+  colorName->setText(text);
+  colorName->setVisible(!text.isEmpty());
+}
 
 void ViewController_plus::colorAccepted(const ColorStruct&) {
   const Preferences& preferences = logic_->preferences();

@@ -15,6 +15,7 @@
 namespace tw {
 
 class ColorTransfer;
+class HistoryWindow;
 class PreferencesDialog;
 
 // The main colour panel as a widget: the content of the main window. Its logic
@@ -56,6 +57,10 @@ class ViewController_plus : public QWidget, public PanelView {
   void showPreferences();
   // Null until first shown.
   PreferencesDialog* preferencesDialog() const;
+  // Shows the history window (one for the panel's life).
+  void showHistory();
+  // Null until first shown.
+  HistoryWindow* historyWindow() const;
 
   PanelLogic& logic() { return *logic_; }
   // Drags the colour out of the crown and the hex field, copies a clicked
@@ -74,8 +79,8 @@ class ViewController_plus : public QWidget, public PanelView {
   QPointer<QPushButton> btStatus;
   QPointer<QPushButton> crownBtn;
   QPointer<QLabel> imgBattery;
-  // Kept for the library feature and the recent colours: bound, never read or
-  // changed by the panel (so they stay hidden).
+  // Kept for the library feature and the recent colours: hidden, and changed
+  // only by their options (the recent colours, the colour names).
   QPointer<QLineEdit> colorName;
   QPointer<QComboBox> colorLibraryCombos;
   QPointer<QPushButton> btnColor1;
@@ -99,6 +104,13 @@ class ViewController_plus : public QWidget, public PanelView {
   QPointer<QLabel> hostMessage;
   // The copy option: the chosen notation's text, as shown, to the clipboard.
   void colorAccepted(const ColorStruct& color) override;
+  // Under the panel like a design application's message.
+  void showHistoryMessage(const QString& text) override;
+  // The four recent-colour buttons, each a swatch of one colour; a click
+  // sends that colour to the design applications again.
+  void showRecentColors(const std::vector<ColorStruct>& colors) override;
+  // The colour-name field under the hex text; hidden while empty.
+  void showColorName(const QString& text) override;
 
   // The background every appearance sets: opaque (40, 40, 20), a dark olive.
   static QColor backgroundColor();
@@ -115,6 +127,8 @@ class ViewController_plus : public QWidget, public PanelView {
   ColorTransfer* colorTransfer_ = nullptr;
   QTimer* hostMessageTimer_ = nullptr;
   QPointer<PreferencesDialog> preferencesDialog_;
+  QPointer<HistoryWindow> historyWindow_;
+  std::vector<ColorStruct> recentShown_;
 };
 
 }  // namespace tw
