@@ -429,9 +429,9 @@ TEST_F(HistoryStoreTest, FullDiskIsReportedOnceAndEarlierColoursStayIntact) {
   ASSERT_TRUE(QDir().mkpath(mountPoint));
   if (::geteuid() != 0) GTEST_SKIP() << "mounting a small tmpfs needs root";
   QProcess mount;
-  mount.start(QStringLiteral("mount"), {QStringLiteral("-t"), QStringLiteral("tmpfs"),
-                                        QStringLiteral("-o"), QStringLiteral("size=256k"),
-                                        QStringLiteral("tmpfs"), mountPoint});
+  mount.start(QStringLiteral("mount"),
+              {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
+               QStringLiteral("size=256k"), QStringLiteral("tmpfs"), mountPoint});
   if (!mount.waitForFinished(10000) || mount.exitStatus() != QProcess::NormalExit ||
       mount.exitCode() != 0) {
     GTEST_SKIP() << "mounting a tmpfs is not permitted here: "
@@ -480,11 +480,13 @@ TEST_F(HistoryStoreTest, GarbageFileIsSetAsideAndANewHistoryStarted) {
   EXPECT_EQ(recorder.faultList(), std::vector<Fault>{Fault::Corrupt});
   const QString aside = store.setAsidePath();
   EXPECT_TRUE(aside.startsWith(path_ + QStringLiteral(".corrupt-"))) << aside.toStdString();
-  EXPECT_TRUE(QRegularExpression(QStringLiteral("\\.corrupt-\\d{8}-\\d{6}$")).match(aside).hasMatch())
+  EXPECT_TRUE(
+      QRegularExpression(QStringLiteral("\\.corrupt-\\d{8}-\\d{6}$")).match(aside).hasMatch())
       << aside.toStdString();
   EXPECT_EQ(readAll(aside), garbage) << "set aside as it was";
   ASSERT_EQ(recorder.messages().size(), 1);
-  EXPECT_TRUE(recorder.messages()[0].startsWith(QStringLiteral("History: the database is damaged")));
+  EXPECT_TRUE(
+      recorder.messages()[0].startsWith(QStringLiteral("History: the database is damaged")));
   EXPECT_TRUE(recorder.messages()[0].contains(aside));
 
   store.append(colour(7, 7, 7, 7));
@@ -499,7 +501,8 @@ TEST_F(HistoryStoreTest, DamagedPagesAreFoundAtOpenAndTheFileSetAside) {
     HistoryStore store(at(path_));
     std::vector<Entry> many;
     for (int i = 0; i < 3000; ++i)
-      many.push_back(colour(i, i % 256, 0, 0, Source::Imported, QStringLiteral("colour %1").arg(i)));
+      many.push_back(
+          colour(i, i % 256, 0, 0, Source::Imported, QStringLiteral("colour %1").arg(i)));
     ASSERT_EQ(store.importEntries(many), 3000);
   }
   ASSERT_FALSE(QFileInfo::exists(path_ + QStringLiteral("-wal"))) << "checkpointed at close";
