@@ -104,9 +104,11 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # libssl3) part of libqt6network6.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # Not libraries, still needed: the system's CA store, which Qt reads to check
-# the telemetry server's certificate. /bin/bash, which runs the launcher
-# command, is Essential and so needs no declaration.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates")
+# the telemetry server's certificate, and Qt's SQLite driver for the colour
+# history, a plug-in loaded at run time that dpkg-shlibdeps cannot see.
+# /bin/bash, which runs the launcher command, is Essential and so needs no
+# declaration.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libqt6sql6-sqlite")
 # The pen is reached through BlueZ; without it only the screen dropper and the
 # command line work.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "bluez")

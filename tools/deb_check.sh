@@ -148,10 +148,10 @@ $(diff <(echo "$expected_files") <(echo "$listed_files") || true)"
 gzip -t "$root/usr/share/man/man1/tintwell.1.gz" || fail "the installed manual page is not valid gzip"
 
 # What the program loads at run time besides its linked libraries: the xcb
-# platform plugin, the TLS backend with the OpenSSL library it opens, and the
-# CA store.
+# platform plugin, the TLS backend with the OpenSSL library it opens, the
+# SQLite driver of the colour history, and the CA store.
 plugins=/usr/lib/x86_64-linux-gnu/qt6/plugins
-for plugin in platforms/libqxcb.so tls/libqopensslbackend.so; do
+for plugin in platforms/libqxcb.so tls/libqopensslbackend.so sqldrivers/libqsqlite.so; do
   [ -f "$root$plugins/$plugin" ] || fail "Qt plugin $plugin is missing"
   if in_chroot ldd "$plugins/$plugin" | grep 'not found'; then
     fail "Qt plugin $plugin lacks libraries"

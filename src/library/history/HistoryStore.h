@@ -14,10 +14,10 @@ namespace tw::history {
 // What can go wrong with the database file. Each is reported once, then not
 // again until a commit has succeeded.
 enum class Fault {
-  Locked,    // another process holds the file past the busy time-out
-  ReadOnly,  // the file or its folder cannot be written
-  Full,      // the disk (or the page limit) has no room
-  Corrupt,   // not a database, or damaged: set aside, a new one started
+  Locked,       // another process holds the file past the busy time-out
+  ReadOnly,     // the file or its folder cannot be written
+  Full,         // the disk (or the page limit) has no room
+  Corrupt,      // not a database, or damaged: set aside, a new one started
   Unavailable,  // anything else: the folder cannot be made, the driver is missing
 };
 
