@@ -27,10 +27,12 @@ QString runGimp(const DesignAppSession& session, const QString& batch) {
   if (!gimp.waitForFinished(60000)) {
     gimp.kill();
     gimp.waitForFinished(5000);
-    return QStringLiteral("GIMP did not finish within a minute:\n") + QString::fromLocal8Bit(gimp.readAll());
+    return QStringLiteral("GIMP did not finish within a minute:\n") +
+           QString::fromLocal8Bit(gimp.readAll());
   }
   if (gimp.exitStatus() != QProcess::NormalExit || gimp.exitCode() != 0) {
-    return QStringLiteral("GIMP exited with %1:\n").arg(gimp.exitCode()) + QString::fromLocal8Bit(gimp.readAll());
+    return QStringLiteral("GIMP exited with %1:\n").arg(gimp.exitCode()) +
+           QString::fromLocal8Bit(gimp.readAll());
   }
   return {};
 }

@@ -27,7 +27,8 @@ TEST(PaletteFolders, DefaultsUnderHome) {
             QStringList({"GIMP=/home/u/.config/GIMP/2.10/palettes/Tintwell.gpl",
                          "Inkscape=/home/u/.config/inkscape/palettes/Tintwell.gpl",
                          "Krita=/home/u/.local/share/krita/palettes/Tintwell.gpl"}));
-  const std::vector<PaletteFolder> folders = paletteFolders(environmentFor(QStringLiteral("/home/u")));
+  const std::vector<PaletteFolder> folders =
+      paletteFolders(environmentFor(QStringLiteral("/home/u")));
   EXPECT_EQ(folders[0].profileDir, QStringLiteral("/home/u/.config/GIMP/2.10"));
   EXPECT_EQ(folders[1].profileDir, QStringLiteral("/home/u/.config/inkscape"));
   EXPECT_EQ(folders[2].profileDir, QStringLiteral("/home/u/.local/share/krita"));
@@ -46,7 +47,8 @@ TEST(PaletteFolders, FollowTheXdgBasesAndTheApplicationsOwnVariables) {
   env.insert(QStringLiteral("INKSCAPE_PROFILE_DIR"), QStringLiteral("/ink"));
   EXPECT_EQ(filesOf(paletteFolders(env)),
             QStringList({"GIMP=/home/u/gimp-test/palettes/Tintwell.gpl",
-                         "Inkscape=/ink/palettes/Tintwell.gpl", "Krita=/data/krita/palettes/Tintwell.gpl"}));
+                         "Inkscape=/ink/palettes/Tintwell.gpl",
+                         "Krita=/data/krita/palettes/Tintwell.gpl"}));
   env.insert(QStringLiteral("GIMP2_DIRECTORY"), QStringLiteral("/abs/gimp"));
   EXPECT_EQ(paletteFolders(env)[0].paletteFile, QStringLiteral("/abs/gimp/palettes/Tintwell.gpl"));
 }
@@ -70,7 +72,9 @@ TEST(PaletteSync, CreatesNoProfileForAnApplicationNeverStarted) {
   EXPECT_TRUE(report.written.isEmpty());
   EXPECT_TRUE(report.failed.isEmpty());
   EXPECT_EQ(report.skipped.size(), 3);
-  EXPECT_TRUE(QDir(home.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden).isEmpty());
+  EXPECT_TRUE(QDir(home.path())
+                  .entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden)
+                  .isEmpty());
 }
 
 TEST(PaletteSync, WritesIntoExistingProfilesOnlyAndReplacesTheWholeFile) {
@@ -84,7 +88,8 @@ TEST(PaletteSync, WritesIntoExistingProfilesOnlyAndReplacesTheWholeFile) {
   const QString gimp = home.filePath(QStringLiteral(".config/GIMP/2.10/palettes/Tintwell.gpl"));
   const QString krita = home.filePath(QStringLiteral(".local/share/krita/palettes/Tintwell.gpl"));
   EXPECT_EQ(report.written, QStringList({gimp, krita}));
-  EXPECT_EQ(report.skipped, QStringList({home.filePath(QStringLiteral(".config/inkscape/palettes/Tintwell.gpl"))}));
+  EXPECT_EQ(report.skipped,
+            QStringList({home.filePath(QStringLiteral(".config/inkscape/palettes/Tintwell.gpl"))}));
   EXPECT_FALSE(QDir(home.filePath(QStringLiteral(".config/inkscape"))).exists());
 
   Palette titled = first;
@@ -104,7 +109,8 @@ TEST(PaletteSync, WritesIntoExistingProfilesOnlyAndReplacesTheWholeFile) {
   ASSERT_TRUE(read.palette);
   EXPECT_EQ(read.palette->swatches, second.swatches);
   // Only the file itself: no temporary file left beside it.
-  EXPECT_EQ(QDir(home.filePath(QStringLiteral(".config/GIMP/2.10/palettes"))).entryList(QDir::Files | QDir::Hidden),
+  EXPECT_EQ(QDir(home.filePath(QStringLiteral(".config/GIMP/2.10/palettes")))
+                .entryList(QDir::Files | QDir::Hidden),
             QStringList({"Tintwell.gpl"}));
 }
 
@@ -118,9 +124,11 @@ TEST(PaletteSync, AFolderThatCannotBeWrittenIsReportedAndTheOthersStillAre) {
   blocker.close();
   const SyncReport report = syncPaletteFile({QStringLiteral("x"), {}}, environmentFor(home.path()));
   ASSERT_EQ(report.failed.size(), 1);
-  EXPECT_TRUE(report.failed[0].startsWith(home.filePath(QStringLiteral(".config/GIMP/2.10/palettes/Tintwell.gpl: "))))
+  EXPECT_TRUE(report.failed[0].startsWith(
+      home.filePath(QStringLiteral(".config/GIMP/2.10/palettes/Tintwell.gpl: "))))
       << report.failed[0].toStdString();
-  EXPECT_EQ(report.written, QStringList({home.filePath(QStringLiteral(".config/inkscape/palettes/Tintwell.gpl"))}));
+  EXPECT_EQ(report.written,
+            QStringList({home.filePath(QStringLiteral(".config/inkscape/palettes/Tintwell.gpl"))}));
 }
 
 }  // namespace

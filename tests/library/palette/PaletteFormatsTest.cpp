@@ -152,8 +152,9 @@ TEST(GplRead, RefusesBadSwatchLinesWithTheirLineNumber) {
     const char* line;
     const char* why;
   } cases[] = {
-      {"256 0 0 over", "\"256\""},     {"-1 0 0 negative", "\"-1\""}, {"a b c letters", "\"a\""},
-      {"12 34", "fewer than three"},   {"1.5 2 3 fraction", "\"1.5\""}, {"0x10 0 0 hex", "\"0x10\""},
+      {"256 0 0 over", "\"256\""},         {"-1 0 0 negative", "\"-1\""},
+      {"a b c letters", "\"a\""},          {"12 34", "fewer than three"},
+      {"1.5 2 3 fraction", "\"1.5\""},     {"0x10 0 0 hex", "\"0x10\""},
       {"0000001 0 0 long", "\"0000001\""}, {"99999999999999999999 0 0", "\"9999999999999999\""},
       {"10 20 30name", "\"30name\""},
   };
@@ -203,7 +204,8 @@ QByteArray block(quint16 type, const QByteArray& body) {
   put32(out, quint32(body.size()));
   return out + body;
 }
-QByteArray colourBlock(const QString& name, const char* model, std::initializer_list<float> values) {
+QByteArray colourBlock(const QString& name, const char* model,
+                       std::initializer_list<float> values) {
   QByteArray body = nameBody(name);
   body.append(model, 4);
   for (const float v : values) putFloat(body, v);
@@ -212,8 +214,10 @@ QByteArray colourBlock(const QString& name, const char* model, std::initializer_
 }
 
 TEST(AseRead, WritesTheLayoutByteForByte) {
-  const QByteArray ase = writePalette({QStringLiteral("x"), {{QStringLiteral("Ab"), 255, 0, 51}}}, Format::Ase);
-  const QByteArray expected = aseHeader(1) + colourBlock(QStringLiteral("Ab"), "RGB ", {1.0f, 0.0f, 0.2f});
+  const QByteArray ase =
+      writePalette({QStringLiteral("x"), {{QStringLiteral("Ab"), 255, 0, 51}}}, Format::Ase);
+  const QByteArray expected =
+      aseHeader(1) + colourBlock(QStringLiteral("Ab"), "RGB ", {1.0f, 0.0f, 0.2f});
   EXPECT_EQ(ase.toHex(' '), expected.toHex(' '));
   EXPECT_EQ(ase.size(), 12 + 6 + 2 + 6 + 4 + 12 + 2);
 }
@@ -233,7 +237,8 @@ TEST(AseRead, FlattensGroupsAndNamesThePaletteAfterTheFirst) {
 }
 
 TEST(AseRead, ConvertsGrayAndCmykNaivelyAndSkipsLabAndUnknownModels) {
-  const QByteArray ase = aseHeader(5) + colourBlock(QStringLiteral("Lab"), "LAB ", {0.5f, 10.0f, -20.0f}) +
+  const QByteArray ase = aseHeader(5) +
+                         colourBlock(QStringLiteral("Lab"), "LAB ", {0.5f, 10.0f, -20.0f}) +
                          colourBlock(QStringLiteral("Gray"), "Gray", {0.2f}) +
                          colourBlock(QStringLiteral("Cmyk"), "CMYK", {0.0f, 1.0f, 0.5f, 0.2f}) +
                          colourBlock(QStringLiteral("Odd"), "XYZ ", {0.1f, 0.2f, 0.3f}) +
@@ -284,7 +289,8 @@ TEST(AseRead, LengthsBeyondTheFileAreErrors) {
 }
 
 TEST(AseRead, AHugeBlockCountIsRefusedAtOnce) {
-  const QByteArray ase = aseHeader(0xFFFFFFFFu) + colourBlock(QStringLiteral("a"), "RGB ", {0, 0, 0});
+  const QByteArray ase =
+      aseHeader(0xFFFFFFFFu) + colourBlock(QStringLiteral("a"), "RGB ", {0, 0, 0});
   const ReadResult read = readPalette(ase, Format::Ase);
   EXPECT_FALSE(read.palette);
   EXPECT_TRUE(read.error.contains(QStringLiteral("4294967295"))) << read.error.toStdString();
@@ -297,8 +303,8 @@ TEST(AseRead, RefusesOtherMagicOrVersionAndNotANumber) {
   put16(v2, 0);
   put32(v2, 0);
   EXPECT_FALSE(readPalette(v2, Format::Ase).palette);
-  const ReadResult nan =
-      readPalette(aseHeader(1) + colourBlock(QStringLiteral("n"), "RGB ", {NAN, 0, 0}), Format::Ase);
+  const ReadResult nan = readPalette(
+      aseHeader(1) + colourBlock(QStringLiteral("n"), "RGB ", {NAN, 0, 0}), Format::Ase);
   EXPECT_FALSE(nan.palette);
   EXPECT_TRUE(readPalette(aseHeader(0), Format::Ase).palette);
 }
@@ -315,16 +321,17 @@ TEST(CssWrite, SlugsAreLowerCaseDashedUniqueAndNeverEmpty) {
                          {QStringLiteral("Rosé 2"), 0, 0, 0},
                          {QStringLiteral("sky-blue-2"), 0, 0, 0},
                          {QStringLiteral("color-4"), 0, 0, 0}}};
-  EXPECT_EQ(cssSlugs(palette),
-            QStringList({"sky-blue", "sky-blue-2", "sky-blue-3", "color-4", "color-5", "ros-2",
-                         "sky-blue-2-2", "color-4-2"}));
+  EXPECT_EQ(cssSlugs(palette), QStringList({"sky-blue", "sky-blue-2", "sky-blue-3", "color-4",
+                                            "color-5", "ros-2", "sky-blue-2-2", "color-4-2"}));
 }
 
 TEST(CssWrite, TheWholeFile) {
-  const Palette palette{QStringLiteral("Mine */ trick"),
-                        {{QStringLiteral("Red"), 255, 0, 0}, {QStringLiteral("Teal"), 0, 128, 171}}};
-  EXPECT_EQ(writePalette(palette, Format::Css),
-            QByteArray("/* Mine * / trick */\n:root {\n  --red: #ff0000;\n  --teal: #0080ab;\n}\n"));
+  const Palette palette{
+      QStringLiteral("Mine */ trick"),
+      {{QStringLiteral("Red"), 255, 0, 0}, {QStringLiteral("Teal"), 0, 128, 171}}};
+  EXPECT_EQ(
+      writePalette(palette, Format::Css),
+      QByteArray("/* Mine * / trick */\n:root {\n  --red: #ff0000;\n  --teal: #0080ab;\n}\n"));
   EXPECT_FALSE(readPalette(writePalette(palette, Format::Css), Format::Css).palette);
 }
 
@@ -333,8 +340,8 @@ TEST(CssWrite, TheWholeFile) {
 TEST(CsvRead, AcceptsNameAndHexOrChannelsInAnyCaseAndOrder) {
   ReadResult read = readPalette("Hex , NAME\n#0a0B0c,first\nFFFFFF,\n", Format::Csv);
   ASSERT_TRUE(read.palette) << read.error.toStdString();
-  EXPECT_EQ(read.palette->swatches,
-            (std::vector<Swatch>{{QStringLiteral("first"), 10, 11, 12}, {QString(), 255, 255, 255}}));
+  EXPECT_EQ(read.palette->swatches, (std::vector<Swatch>{{QStringLiteral("first"), 10, 11, 12},
+                                                         {QString(), 255, 255, 255}}));
 
   read = readPalette("Blue,Green,Red,Name\r\n3, 2 ,1,\"a, b\"\r\n\r\n255,0,0,c\r\n", Format::Csv);
   ASSERT_TRUE(read.palette) << read.error.toStdString();
@@ -361,7 +368,8 @@ TEST(CsvRead, RefusesTablesWithoutColourColumnsOrLines) {
   EXPECT_EQ(readPalette(" \n\t\n", Format::Csv).error, QStringLiteral("no header line"));
   const ReadResult read = readPalette("\nname,red,green\nx,1,2\n", Format::Csv);
   EXPECT_FALSE(read.palette);
-  EXPECT_TRUE(read.error.startsWith(QStringLiteral("line 2: no hex column"))) << read.error.toStdString();
+  EXPECT_TRUE(read.error.startsWith(QStringLiteral("line 2: no hex column")))
+      << read.error.toStdString();
 }
 
 // --- exporters read by independent readers --------------------------------
@@ -422,9 +430,12 @@ TEST(IndependentReader, CssExportParsesStrictly) {
   const ScriptRun run = runScript("read_css.py", writePalette(sample(), Format::Css));
   ASSERT_EQ(run.exitCode, 0) << run.error.toStdString();
   EXPECT_EQ(run.json.value(QStringLiteral("title")).toString(), sample().name);
-  const QJsonArray expected = {QJsonArray{"ros-dust", "#d296a0"}, QJsonArray{"black-ink-matte", "#000000"},
-                               QJsonArray{"white", "#ffffff"},    QJsonArray{"color-4", "#bc002d"},
-                               QJsonArray{"two-blanks-inside", "#01fe80"}, QJsonArray{"color-6", "#0c2238"}};
+  const QJsonArray expected = {QJsonArray{"ros-dust", "#d296a0"},
+                               QJsonArray{"black-ink-matte", "#000000"},
+                               QJsonArray{"white", "#ffffff"},
+                               QJsonArray{"color-4", "#bc002d"},
+                               QJsonArray{"two-blanks-inside", "#01fe80"},
+                               QJsonArray{"color-6", "#0c2238"}};
   EXPECT_EQ(run.json.value(QStringLiteral("properties")).toArray(), expected);
 }
 
@@ -456,8 +467,8 @@ TEST(IndependentReader, CsvExportReadsBackThroughTheCsvCommand) {
   EXPECT_EQ(json.value(QStringLiteral("headers")).toArray(),
             (QJsonArray{"name", "hex", "red", "green", "blue", "cmyk", "hsb", "lab"}));
   const QJsonArray expected = {
-      QJsonArray{"\"Red, \"\"warm\"\"\"", "#FF0000", "255", "0", "0", "0  100  100  0", "0  100  100",
-                 "53.2  80.1  67.2 "},
+      QJsonArray{"\"Red, \"\"warm\"\"\"", "#FF0000", "255", "0", "0", "0  100  100  0",
+                 "0  100  100", "53.2  80.1  67.2 "},
       QJsonArray{"Black", "#000000", "0", "0", "0", "0  0  0  1", "0  0  0", "0.0  0.0  0.0 "},
       QJsonArray{"\"two\nlines\"", "#0080FF", "0", "128", "255", "100  50  0  0", "210  100  100",
                  "54.7  18.8  -70.9 "}};
