@@ -109,6 +109,17 @@ TEST(PaletteRoundTrip, GplNamesLoseControlCharactersAndSurroundingBlanks) {
   EXPECT_EQ(read.palette->swatches.at(0).name, QStringLiteral("x y  z"));
 }
 
+TEST(PaletteRoundTrip, ChannelsOutOfRangeAreClampedWhenWritten) {
+  const Palette palette{QStringLiteral("p"), {{QStringLiteral("odd"), -5, 300, 128}}};
+  for (const Format f : {Format::Gpl, Format::Ase, Format::Csv}) {
+    const ReadResult read = roundTrip(palette, f);
+    ASSERT_TRUE(read.palette) << suffixOf(f).toStdString() << ": " << read.error.toStdString();
+    EXPECT_EQ(read.palette->swatches.at(0), (Swatch{QStringLiteral("odd"), 0, 255, 128}))
+        << suffixOf(f).toStdString();
+  }
+  EXPECT_TRUE(writePalette(palette, Format::Css).contains("--odd: #00ff80;"));
+}
+
 // --- GPL reading ---------------------------------------------------------
 
 TEST(GplRead, ToleratesCrlfCommentsBlankLinesAndMissingHeaders) {
