@@ -19,7 +19,6 @@ namespace {
 
 constexpr quint16 kColorBlock = 0x0001;
 constexpr quint16 kGroupStart = 0xC001;
-constexpr quint16 kGroupEnd = 0xC002;
 constexpr quint16 kNormalColor = 2;
 
 void put16(QByteArray& out, quint16 value) {
@@ -168,7 +167,7 @@ ReadResult readAse(const QByteArray& bytes) {
       named = true;
       continue;
     }
-    if (type != kColorBlock) continue;  // group ends and unknown blocks
+    if (type != kColorBlock) continue;  // group ends (0xC002) and unknown blocks
 
     Swatch swatch;
     const char* model = nullptr;

@@ -1,6 +1,6 @@
 #include "library/palette/Palette.h"
 
-#include <QFileInfo>
+#include <algorithm>
 
 #include "library/palette/PaletteFormats.h"
 
@@ -35,15 +35,22 @@ QString suffixOf(Format format) {
 }
 
 QByteArray writePalette(const Palette& palette, Format format) {
+  // A channel out of range would make a file no reader takes back.
+  Palette clamped = palette;
+  for (Swatch& swatch : clamped.swatches) {
+    swatch.red = std::clamp(swatch.red, 0, 255);
+    swatch.green = std::clamp(swatch.green, 0, 255);
+    swatch.blue = std::clamp(swatch.blue, 0, 255);
+  }
   switch (format) {
     case Format::Gpl:
-      return writeGpl(palette);
+      return writeGpl(clamped);
     case Format::Ase:
-      return writeAse(palette);
+      return writeAse(clamped);
     case Format::Css:
-      return writeCss(palette);
+      return writeCss(clamped);
     case Format::Csv:
-      return writeCsv(palette);
+      return writeCsv(clamped);
   }
   return {};
 }

@@ -88,7 +88,7 @@ TEST(GimpPaletteLoad, GimpListsEveryColourAndNameOfTheTintwellPalette) {
   for (const Swatch& s : palette.swatches) {
     expected += QStringLiteral("(%1 %2 %3)|%4\n").arg(s.red).arg(s.green).arg(s.blue).arg(s.name);
   }
-  EXPECT_EQ(QString::fromUtf8(file.readAll()), expected);
+  EXPECT_EQ(file.readAll().toStdString(), expected.toStdString());
 }
 
 }  // namespace

@@ -109,6 +109,17 @@ TEST(PaletteRoundTrip, GplNamesLoseControlCharactersAndSurroundingBlanks) {
   EXPECT_EQ(read.palette->swatches.at(0).name, QStringLiteral("x y  z"));
 }
 
+TEST(PaletteRoundTrip, ChannelsOutOfRangeAreClampedWhenWritten) {
+  const Palette palette{QStringLiteral("p"), {{QStringLiteral("odd"), -5, 300, 128}}};
+  for (const Format f : {Format::Gpl, Format::Ase, Format::Csv}) {
+    const ReadResult read = roundTrip(palette, f);
+    ASSERT_TRUE(read.palette) << suffixOf(f).toStdString() << ": " << read.error.toStdString();
+    EXPECT_EQ(read.palette->swatches.at(0), (Swatch{QStringLiteral("odd"), 0, 255, 128}))
+        << suffixOf(f).toStdString();
+  }
+  EXPECT_TRUE(writePalette(palette, Format::Css).contains("--odd: #00ff80;"));
+}
+
 // --- GPL reading ---------------------------------------------------------
 
 TEST(GplRead, ToleratesCrlfCommentsBlankLinesAndMissingHeaders) {
@@ -138,9 +149,9 @@ TEST(GplRead, NameAndColumnsAreTakenWherever) {
 }
 
 TEST(GplRead, RefusesAMissingMagicLine) {
-  for (const QByteArray text : {QByteArray(), QByteArray("\n\n"), QByteArray("Name: x\n1 2 3 a\n"),
-                                QByteArray("GIMP Palettes\n"), QByteArray("gimp palette\n"),
-                                QByteArray("# GIMP Palette\n")}) {
+  for (const QByteArray& text : {QByteArray(), QByteArray("\n\n"), QByteArray("Name: x\n1 2 3 a\n"),
+                                 QByteArray("GIMP Palettes\n"), QByteArray("gimp palette\n"),
+                                 QByteArray("# GIMP Palette\n")}) {
     const ReadResult read = readPalette(text, Format::Gpl);
     EXPECT_FALSE(read.palette) << text.toStdString();
     EXPECT_TRUE(read.error.contains(QStringLiteral("GIMP Palette"))) << read.error.toStdString();
@@ -356,8 +367,8 @@ TEST(CsvRead, ARowWithoutAValidColourFailsWithItsLineNumber) {
       readPalette("name,red,green,blue\n\"two\nlines\",1,2,3\n\nbad,1,2,256\n", Format::Csv);
   EXPECT_FALSE(read.palette);
   EXPECT_EQ(read.error, QStringLiteral("line 5: no valid colour"));
-  for (const QByteArray row : {QByteArray("x,#12345"), QByteArray("x,12345g"), QByteArray("x,"),
-                               QByteArray("x,#1234567")}) {
+  for (const QByteArray& row : {QByteArray("x,#12345"), QByteArray("x,12345g"), QByteArray("x,"),
+                                QByteArray("x,#1234567")}) {
     const ReadResult bad = readPalette("name,hex\n" + row + "\n", Format::Csv);
     EXPECT_EQ(bad.error, QStringLiteral("line 2: no valid colour")) << row.toStdString();
   }

@@ -1,0 +1,7 @@
+// The ase palette reader; see palette_reader_fuzzer.h.
+#include "palette_reader_fuzzer.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  tw::fuzzPaletteReader(data, size, tw::palette::Format::Ase);
+  return 0;
+}
