@@ -20,9 +20,14 @@ using testing::FuzzInput;
 
 void runOne(FuzzInput& in) {
   static const char* const headers[] = {
-      "name,hex\n",          "Name,Red,Green,Blue\n",      "\"name\",\"hex\",\"code\"\n",
-      "hex,abbr,name\n",     "name,hex,red,green,blue\n", "NAME , HEX\r\n",
-      "name,red,green\n",    "",
+      "name,hex\n",
+      "Name,Red,Green,Blue\n",
+      "\"name\",\"hex\",\"code\"\n",
+      "hex,abbr,name\n",
+      "name,hex,red,green,blue\n",
+      "NAME , HEX\r\n",
+      "name,red,green\n",
+      "",
   };
   const std::uint8_t pick = in.byte();
   const int red = in.byte(), green = in.byte(), blue = in.byte();
@@ -46,16 +51,15 @@ void runOne(FuzzInput& in) {
 
   for (const ColorCodeLibrary& e : load.library.entries()) {
     TW_FUZZ_CHECK(!e.name.isEmpty());
-    TW_FUZZ_CHECK(e.sR >= 0 && e.sR <= 255 && e.sG >= 0 && e.sG <= 255 && e.sB >= 0 &&
-                  e.sB <= 255);
+    TW_FUZZ_CHECK(e.sR >= 0 && e.sR <= 255 && e.sG >= 0 && e.sG <= 255 && e.sB >= 0 && e.sB <= 255);
     TW_FUZZ_CHECK(e.delta == 0);
   }
 
   const auto fast = load.library.nearest(red, green, blue, n);
   const auto full = load.library.nearestByFullScan(red, green, blue, n);
   TW_FUZZ_CHECK(fast.size() == full.size());
-  TW_FUZZ_CHECK(fast.size() == static_cast<std::size_t>(
-                                   n < 1 ? 0 : std::min<qsizetype>(n, load.library.size())));
+  TW_FUZZ_CHECK(fast.size() ==
+                static_cast<std::size_t>(n < 1 ? 0 : std::min<qsizetype>(n, load.library.size())));
   for (std::size_t i = 0; i < fast.size(); ++i) {
     TW_FUZZ_CHECK(fast[i].entry.name == full[i].entry.name);
     TW_FUZZ_CHECK(fast[i].deltaE == full[i].deltaE);

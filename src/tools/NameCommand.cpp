@@ -110,8 +110,8 @@ QByteArray formatMatch(const names::NameMatch& match) {
   std::snprintf(hex, sizeof hex, "#%02X%02X%02X", static_cast<unsigned>(e.sR),
                 static_cast<unsigned>(e.sG), static_cast<unsigned>(e.sB));
   char difference[32];
-  std::snprintf(difference, sizeof difference, "%lld.%02lld",
-                static_cast<long long>(e.delta / 100), static_cast<long long>(e.delta % 100));
+  std::snprintf(difference, sizeof difference, "%lld.%02lld", static_cast<long long>(e.delta / 100),
+                static_cast<long long>(e.delta % 100));
   QByteArray line = printable(e.name);
   line.append('\t').append(hex).append('\t').append(difference);
   if (!e.abbr.isEmpty()) line.append('\t').append(printable(e.abbr));
@@ -151,7 +151,8 @@ int runNameCommand(int argc, char** argv) {
     if (!endOfOptions && std::strcmp(arg, "-n") == 0) {
       if (i + 1 >= argc) return usageError("option needs a value: -n");
       const auto n = parseCount(argv[++i]);
-      if (!n) return usageError(std::string("-n needs a whole number of 1 or more, got: ") + argv[i]);
+      if (!n)
+        return usageError(std::string("-n needs a whole number of 1 or more, got: ") + argv[i]);
       count = *n;
       continue;
     }
@@ -189,7 +190,8 @@ int runNameCommand(int argc, char** argv) {
       return 1;
     }
     if (loaded.skippedRows > 0) {
-      std::fprintf(stderr, "tintwell name: %s: rows without a name or a valid colour left out: %lld\n",
+      std::fprintf(stderr,
+                   "tintwell name: %s: rows without a name or a valid colour left out: %lld\n",
                    what.constData(), static_cast<long long>(loaded.skippedRows));
     }
     if (loaded.library.isEmpty()) {

@@ -92,8 +92,8 @@ TEST(NameCommand, UnreadableOrEmptyLibraryExitsOne) {
   other.close();
   const auto columns = runTool({"name", "1", "2", "3", "--library", noColumns});
   EXPECT_EQ(columns.exitCode, 1);
-  EXPECT_EQ(columns.err, "tintwell name: cannot read " + noColumns.toLocal8Bit() +
-                             ": no \"name\" column\n");
+  EXPECT_EQ(columns.err,
+            "tintwell name: cannot read " + noColumns.toLocal8Bit() + ": no \"name\" column\n");
 }
 
 TEST(NameCommand, BadUsageExitsTwoWithAMessage) {
