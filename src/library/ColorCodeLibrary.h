@@ -5,8 +5,8 @@
 
 namespace tw {
 
-// One entry of a colour code library. Nothing builds entries yet: the table
-// columns and the matching rule that would fill `delta` are still open.
+// One entry of a colour code library; the colour name libraries
+// (library/names/) are lists of them.
 class ColorCodeLibrary {
  public:
   // The colour's name in the library.
@@ -17,7 +17,8 @@ class ColorCodeLibrary {
   qint64 sR = 0;
   qint64 sG = 0;
   qint64 sB = 0;
-  // Meant for a colour difference; never computed.
+  // The CIEDE2000 difference to a query colour in hundredths, rounded, on the
+  // copies NameLibrary::nearest gives; 0 elsewhere.
   qint64 delta = 0;
 };
 

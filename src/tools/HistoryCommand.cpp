@@ -173,7 +173,7 @@ int runHistoryCommand(int argc, char** argv) {
     for (const history::Entry& entry : *entries) {
       out += first ? "\n  " : ",\n  ";
       first = false;
-      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs, QTimeZone::UTC)
+      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs, Qt::UTC)
                                .toString(Qt::ISODateWithMs);
       out += "{\"id\": " + QByteArray::number(entry.id) + ", \"time\": " + json::quote(time, false) +
              ", \"source\": " + json::quote(history::sourceName(entry.source), false) +
@@ -189,7 +189,7 @@ int runHistoryCommand(int argc, char** argv) {
     out = "id,time,source,hex,red,green,blue,rgb,cmyk,hsb,lab,alias,starred\n";
     for (const history::Entry& entry : *entries) {
       const auto all = convertToAllColor(entry.red, entry.green, entry.blue);
-      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs, QTimeZone::UTC)
+      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs, Qt::UTC)
                                .toString(Qt::ISODateWithMs);
       const QStringList fields{QString::number(entry.id),
                                time,

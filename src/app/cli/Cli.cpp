@@ -10,6 +10,8 @@
 #include "tools/CsvCommand.h"
 #include "tools/HistoryCommand.h"
 
+#include "tools/NameCommand.h"
+
 namespace tw {
 
 const char* usageText() {
@@ -24,6 +26,11 @@ const char* usageText() {
          "  csv [--separator S] [--headers a,b,c] [FILE]\n"
          "                       Read a colour library table (standard input without FILE)\n"
          "                       and print it as JSON.\n"
+         "  name R G B|#RRGGBB [--library css|x11|FILE] [-n N]\n"
+         "                       Print the N colour names nearest to a colour (default 1;\n"
+         "                       library: the CSS named colours unless given), one per line:\n"
+         "                       name, #RRGGBB, CIEDE2000 difference with two decimals,\n"
+         "                       and the entry's code when it has one, TAB separated.\n"
          "  listen               Run the pen link without the window; print each new colour's "
          "hex.\n"
          "  push R G B [--to HOST,...]\n"
@@ -50,6 +57,7 @@ int runCli(int argc, char** argv) {
   }
   if (std::strcmp(command, "convert") == 0) return runConvertCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "csv") == 0) return runCsvCommand(argc - 2, argv + 2);
+  if (std::strcmp(command, "name") == 0) return runNameCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "listen") == 0) return runListenCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "push") == 0) return runPushCommand(argc - 2, argv + 2);
   if (std::strcmp(command, "history") == 0) return runHistoryCommand(argc - 2, argv + 2);

@@ -52,6 +52,11 @@ void HistoryModel::setEntries(std::vector<history::Entry> entries) {
 }
 
 void HistoryModel::prepend(const history::Entry& entry) {
+  // A commit reported after the window read the history is already here.
+  if (!entries_.empty() && entry.id <= entries_.front().id &&
+      std::any_of(entries_.begin(), entries_.end(),
+                  [&entry](const history::Entry& e) { return e.id == entry.id; }))
+    return;
   // Row indices point into entries_, which grows at its front: shift them.
   entries_.insert(entries_.begin(), entry);
   for (int& index : shown_) ++index;

@@ -34,6 +34,7 @@ class HistoryModel : public QAbstractTableModel {
   // Replaces every row (newest first, as the store gives them).
   void setEntries(std::vector<history::Entry> entries);
   // A colour just committed: the new first row, when it matches the search.
+  // One already shown (read with the rest before its report came) is skipped.
   void prepend(const history::Entry& entry);
   // Another library: names are worked out again.
   void setNamer(Namer namer);

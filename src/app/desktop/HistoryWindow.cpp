@@ -72,6 +72,8 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   status_ = new QLabel(this);
   status_->setObjectName(QStringLiteral("historyStatus"));
   status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  message_ = new QLabel(this);
+  message_->setObjectName(QStringLiteral("historyMessage"));
 
   auto* star = new QPushButton(tr("Star"), this);
   star->setObjectName(QStringLiteral("historyStar"));
@@ -91,6 +93,7 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   top->addWidget(count_);
   auto* bottom = new QHBoxLayout;
   bottom->addWidget(status_, 1);
+  bottom->addWidget(message_);
   bottom->addWidget(star);
   bottom->addWidget(remove);
   bottom->addWidget(exportButton);
@@ -101,18 +104,18 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   layout->addLayout(bottom);
   resize(1040, 520);
 
-  const auto addAction = [this](const QKeySequence& keys, auto slot) {
+  const auto addKey = [this](const QKeySequence& keys, auto slot) {
     auto* action = new QAction(this);
     action->setShortcut(keys);
     action->setShortcutContext(Qt::WindowShortcut);
     connect(action, &QAction::triggered, this, slot);
     addAction(action);
   };
-  addAction(QKeySequence::Find, [this] { search_->setFocus(Qt::ShortcutFocusReason); });
-  addAction(QKeySequence::Delete, [this] { deleteSelection(); });
-  addAction(QKeySequence(Qt::CTRL | Qt::Key_S), [this] { toggleStarOnSelection(); });
-  addAction(QKeySequence(Qt::CTRL | Qt::Key_E), [this] { chooseExportFile(); });
-  addAction(QKeySequence(Qt::CTRL | Qt::Key_W), [this] { close(); });
+  addKey(QKeySequence::Find, [this] { search_->setFocus(Qt::ShortcutFocusReason); });
+  addKey(QKeySequence::Delete, [this] { deleteSelection(); });
+  addKey(QKeySequence(Qt::CTRL | Qt::Key_S), [this] { toggleStarOnSelection(); });
+  addKey(QKeySequence(Qt::CTRL | Qt::Key_E), [this] { chooseExportFile(); });
+  addKey(QKeySequence(Qt::CTRL | Qt::Key_W), [this] { close(); });
 
   connect(search_, &QLineEdit::textChanged, this, [this](const QString& text) {
     model_->setSearch(text);
@@ -127,8 +130,8 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   });
   connect(table_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
           [this] { showSelectionStatus(); });
-  connect(model_, &QAbstractItemModel::modelReset, this, [this] { showSelectionStatus(); });
-  connect(model_, &QAbstractItemModel::rowsInserted, this, [this] { showSelectionStatus(); });
+  connect(model_, &QAbstractItemModel::modelReset, this, [this] { showCount(); });
+  connect(model_, &QAbstractItemModel::rowsInserted, this, [this] { showCount(); });
   // A click on the swatch itself; elsewhere a click only selects.
   connect(table_, &QTableView::clicked, this, [this](const QModelIndex& index) {
     if (index.column() == HistoryModel::Colour) pushRow(index.row());
@@ -197,12 +200,12 @@ void HistoryWindow::deleteSelection() {
   std::vector<qint64> ids;
   for (const history::Entry& entry : entries) ids.push_back(entry.id);
   if (!store->remove(ids)) {
-    status_->setText(tr("The colours could not be deleted"));
+    message_->setText(tr("The colours could not be deleted"));
     return;
   }
   model_->removeIds(ids);
   logic_.historyEdited();
-  status_->setText(ids.size() == 1 ? tr("1 colour deleted")
+  message_->setText(ids.size() == 1 ? tr("1 colour deleted")
                                    : tr("%1 colours deleted").arg(ids.size()));
 }
 
@@ -210,7 +213,7 @@ void HistoryWindow::pushRow(int row) {
   if (row < 0 || row >= model_->rowCount()) return;
   const history::Entry& entry = model_->entryAt(row);
   logic_.pushAgain(colorOf(entry));
-  status_->setText(tr("%1 sent to the design applications").arg(hexOf(entry)));
+  message_->setText(tr("%1 sent to the design applications").arg(hexOf(entry)));
 }
 
 QString HistoryWindow::differenceText(const history::Entry& first, const history::Entry& second) {
@@ -225,11 +228,15 @@ QString HistoryWindow::differenceText(const history::Entry& first, const history
            history::sourceName(second.source));
 }
 
-void HistoryWindow::showSelectionStatus() {
+void HistoryWindow::showCount() {
   const int shown = model_->rowCount();
   const int total = model_->totalCount();
   count_->setText(shown == total ? tr("%n colour(s)", nullptr, total)
                                  : tr("%1 of %2").arg(shown).arg(total));
+}
+
+void HistoryWindow::showSelectionStatus() {
+  showCount();
   const std::vector<history::Entry> entries = selectedEntries();
   if (entries.size() == 2) {
     status_->setText(differenceText(entries[0], entries[1]));
@@ -237,6 +244,8 @@ void HistoryWindow::showSelectionStatus() {
     status_->setText(tr("%1 colours selected").arg(entries.size()));
   } else if (entries.size() == 1) {
     status_->setText(hexOf(entries[0]));
+  } else {
+    status_->clear();
   }
 }
 
@@ -257,10 +266,10 @@ bool HistoryWindow::exportTo(const QString& path, palette::Format format) {
   QSaveFile file(path);
   if (!file.open(QIODevice::WriteOnly) || file.write(palette::writePalette(paletteOf(entries), format)) < 0 ||
       !file.commit()) {
-    status_->setText(tr("Could not write %1: %2").arg(path, file.errorString()));
+    message_->setText(tr("Could not write %1: %2").arg(path, file.errorString()));
     return false;
   }
-  status_->setText(tr("%n colour(s) exported to %1", nullptr, int(entries.size()))
+  message_->setText(tr("%n colour(s) exported to %1", nullptr, int(entries.size()))
                        .arg(QFileInfo(path).fileName()));
   return true;
 }
@@ -269,12 +278,12 @@ qint64 HistoryWindow::importFrom(const QString& path) {
   const auto format = palette::formatFromName(path);
   QFile file(path);
   if (!format || *format == palette::Format::Css || !file.open(QIODevice::ReadOnly)) {
-    status_->setText(tr("Could not read %1").arg(QFileInfo(path).fileName()));
+    message_->setText(tr("Could not read %1").arg(QFileInfo(path).fileName()));
     return -1;
   }
   const palette::ReadResult read = palette::readPalette(file.readAll(), *format);
   if (!read.palette) {
-    status_->setText(tr("Could not read %1: %2").arg(QFileInfo(path).fileName(), read.error));
+    message_->setText(tr("Could not read %1: %2").arg(QFileInfo(path).fileName(), read.error));
     return -1;
   }
   const auto store = logic_.history();
@@ -291,7 +300,7 @@ qint64 HistoryWindow::importFrom(const QString& path) {
   const qint64 added = store->importEntries(entries);
   reload();
   logic_.historyEdited();
-  status_->setText(tr("%n colour(s) imported", nullptr, int(added)));
+  message_->setText(tr("%n colour(s) imported", nullptr, int(added)));
   return added;
 }
 

@@ -41,7 +41,7 @@ class HistoryWindow : public QWidget {
   // Sends the colour of a shown row to the design applications again.
   void pushRow(int row);
   // The selection (everything when nothing is selected) as a palette file;
-  // false with the reason in the status line when it cannot be written.
+  // false with the reason in the message line when it cannot be written.
   bool exportTo(const QString& path, palette::Format format);
   // Adds a palette file's colours to the history; the number added, or -1.
   qint64 importFrom(const QString& path);
@@ -49,7 +49,10 @@ class HistoryWindow : public QWidget {
   HistoryModel& model() { return *model_; }
   QTableView* table() const { return table_; }
   QLineEdit* searchField() const { return search_; }
+  // The selection: its hex, or the difference of two colours.
   QLabel* statusLine() const { return status_; }
+  // What the last action did ("#A1B2C3 sent to the design applications").
+  QLabel* messageLine() const { return message_; }
 
   // "ΔE00 2.31 between #A1B2C3 (pen) and #A0B4C0 (screen)": two colours
   // compared as the status line shows them.
@@ -62,6 +65,7 @@ class HistoryWindow : public QWidget {
   // Names from the library chosen now.
   void useActiveNames();
   void showSelectionStatus();
+  void showCount();
   void chooseExportFile();
   void chooseImportFile();
   palette::Palette paletteOf(const std::vector<history::Entry>& entries) const;
@@ -72,6 +76,7 @@ class HistoryWindow : public QWidget {
   QLineEdit* search_;
   QLabel* count_;
   QLabel* status_;
+  QLabel* message_;
   int namesRow_ = -1;
 };
 
