@@ -3,6 +3,9 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QPushButton>
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QGridLayout>
@@ -15,6 +18,8 @@
 
 #include "app/PanelLogic.h"
 #include "app/Preferences.h"
+#include "library/history/HistoryStore.h"
+#include "library/names/NameLibraries.h"
 #include "bridge/HostDispatcher.h"
 #include "telemetry/TelemetryConfig.h"
 
@@ -152,6 +157,21 @@ QWidget* PreferencesDialog::buildHistory() {
   namesBox_ = addBox(QStringLiteral("showColorNames"),
                      tr("Show the nearest colour name on the panel"),
                      preferences.showColorNames(), &Preferences::setShowColorNames);
+  auto* libraryRow = new QHBoxLayout;
+  nameLibraryLabel_ = new QLabel(box);
+  nameLibraryLabel_->setObjectName(QStringLiteral("nameLibrary"));
+  auto* importLibrary = new QPushButton(tr("Import Library…"), box);
+  importLibrary->setObjectName(QStringLiteral("importNameLibrary"));
+  connect(importLibrary, &QPushButton::clicked, this, [this] {
+    const QString path = QFileDialog::getOpenFileName(
+        this, tr("Import a Name Library"), QString(),
+        tr("Name libraries (*.csv *.gpl *.ase);;All files (*)"));
+    if (!path.isEmpty()) importNameLibrary(path);
+  });
+  libraryRow->addWidget(nameLibraryLabel_, 1);
+  libraryRow->addWidget(importLibrary);
+  form->addLayout(libraryRow);
+  showNameLibrary();
   form->addWidget(makeText(tr("The history is kept on this computer only, in %1. The palette "
                               "file holds the starred colours and the newest ones, and the "
                               "applications read it when they start or reload palettes.")
@@ -224,7 +244,31 @@ QString PreferencesDialog::periodText(int ms) {
   return tr("%1 seconds").arg(ms / 1000.0, 0, 'f', 1);
 }
 
+void PreferencesDialog::showNameLibrary() {
+  const QStringList titles = names::NameLibraries().titles();
+  const int row = logic_.preferences().nameLibrary();
+  nameLibraryLabel_->setText(
+      tr("Names from: %1 (Ctrl+L chooses)")
+          .arg(row < titles.size() ? titles[row] : tr("no library (row %1 is gone)").arg(row)));
+}
+
+bool PreferencesDialog::importNameLibrary(const QString& path) {
+  QString error;
+  const auto copy = names::NameLibraries().importFile(path, &error);
+  if (!copy) {
+    nameLibraryLabel_->setText(tr("Not imported: %1").arg(error));
+    return false;
+  }
+  // Chosen at once: importing a library is asking for its names.
+  const int row = static_cast<int>(names::NameLibraries().userFiles().indexOf(*copy)) +
+                  names::NameLibraries::kFirstUserRow;
+  change([row](Preferences& p) { p.setNameLibrary(row); });
+  showNameLibrary();
+  return true;
+}
+
 void PreferencesDialog::refresh() {
+  if (nameLibraryLabel_ && !nameLibraryLabel_->text().startsWith(tr("Not imported"))) showNameLibrary();
   // The native hosts' counts, from the dispatcher when the bridge has one.
   const std::shared_ptr<HostDispatcher> dispatcher = logic_.commander().nativeHosts();
   for (const auto& [key, label] : hostCounts_) {

@@ -41,6 +41,11 @@ class PreferencesDialog : public QDialog {
   QCheckBox* recentBox() const { return recentBox_; }
   QCheckBox* paletteFilesBox() const { return paletteFilesBox_; }
   QCheckBox* namesBox() const { return namesBox_; }
+  // "Names from: <library>", the active name library.
+  QLabel* nameLibraryLabel() const { return nameLibraryLabel_; }
+  // Copies a name library (.csv, .gpl, .ase) among the user's and makes it
+  // the active one; false, with the reason shown, when it is refused.
+  bool importNameLibrary(const QString& path);
   QLabel* reportsWaiting() const { return reportsWaiting_; }
   QPlainTextEdit* reportBodies() const { return reportBodies_; }
 
@@ -55,6 +60,7 @@ class PreferencesDialog : public QDialog {
   QWidget* buildHosts();
   QWidget* buildCopy();
   QWidget* buildHistory();
+  void showNameLibrary();
   QWidget* buildReports();
   // Edits the panel's preferences, applies them and saves them.
   void change(const std::function<void(Preferences&)>& edit);
@@ -69,6 +75,7 @@ class PreferencesDialog : public QDialog {
   QCheckBox* recentBox_ = nullptr;
   QCheckBox* paletteFilesBox_ = nullptr;
   QCheckBox* namesBox_ = nullptr;
+  QLabel* nameLibraryLabel_ = nullptr;
   QLabel* reportsWaiting_ = nullptr;
   QPlainTextEdit* reportBodies_ = nullptr;
   QTimer* refreshTimer_ = nullptr;

@@ -9,6 +9,7 @@
 #include "common/TimeScale.h"
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
+#include "library/names/NameLibraries.h"
 
 namespace tw {
 
@@ -28,12 +29,7 @@ VCPantonePicker::VCPantonePicker(QWidget* parent) : QDialog(parent) {
   viewDidLoad();
 }
 
-QStringList VCPantonePicker::libraryNames() {
-  return {QStringLiteral("Solid Coated"),  QStringLiteral("Solid Uncoated"),
-          QStringLiteral("Metallics"),     QStringLiteral("Pastels & Neons"),
-          QStringLiteral("Colour Bridge"), QStringLiteral("RAL Classic"),
-          QStringLiteral("HKS"),           QStringLiteral("Web Safe")};
-}
+QStringList VCPantonePicker::libraryNames() { return names::NameLibraries().titles(); }
 
 void VCPantonePicker::viewDidLoad() {
   if (!pantoneCombobox_) fatalStop("the library dialog has no combo box");

@@ -6,10 +6,9 @@
 
 namespace tw {
 
-// The colour library dialog: one combo box of libraries. Choosing one logs
-// "i pick : <row>", announces the row as "Notification_ColorLibraryChanged"
-// (nobody observes it yet: the library feature is not built) and closes the
-// dialog. The list drops down by itself 0.3 s (scaled) after the dialog shows.
+// The colour library dialog: one combo box of name libraries. Choosing one
+// logs "i pick : <row>", announces the row as "Notification_ColorLibraryChanged"
+// (the panel makes it the active name library) and closes the dialog. The list drops down by itself 0.3 s (scaled) after the dialog shows.
 // Controller and view in one widget; deletes itself when closed.
 class VCPantonePicker : public QDialog {
   Q_OBJECT
@@ -17,7 +16,8 @@ class VCPantonePicker : public QDialog {
  public:
   explicit VCPantonePicker(QWidget* parent = nullptr);
 
-  // The libraries offered, in row order.
+  // The libraries offered, in row order: the built-in ones, then the user's
+  // imports.
   static QStringList libraryNames();
 
   QComboBox* pantoneCombobox() const { return pantoneCombobox_; }

@@ -2,7 +2,9 @@
 // on the offscreen platform, with a real SQLite file in a sandboxed data
 // folder: what is stored (and what is not), what survives a new panel, the
 // window's search, star, rename, delete, difference, drag, re-push, export
-// and import, the recent-colour buttons, and a damaged database.
+// and import, the recent-colour buttons, a damaged database, the colour
+// names on the panel and in the history, and the palette file kept in a
+// design application's palette folder.
 #include "app/desktop/HistoryWindow.h"
 
 #include <gtest/gtest.h>
@@ -19,12 +21,16 @@
 #include <mutex>
 
 #include "app/AppDelegate.h"
+#include "app/PaletteFollower.h"
 #include "app/desktop/PanelWindow.h"
 #include "app/desktop/PreferencesDialog.h"
 #include "app/desktop/ViewController_plus.h"
 #include "bridge/HostDispatcher.h"
 #include "bridge/RunningApplications.h"
 #include "events/Notifications.h"
+#include "library/dialog/VCPantonePicker.h"
+#include "library/names/NameLibraries.h"
+#include "library/palette/PaletteFolders.h"
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
@@ -431,6 +437,134 @@ TEST_F(HistoryWindowTest, ThePreferencesWindowSwitchesTheHistoryOptions) {
   ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#070707"; }));
   ASSERT_TRUE(store()->flush());
   EXPECT_TRUE(onDisk().empty());
+}
+
+
+TEST_F(HistoryWindowTest, ColourNamesStayOffByDefaultAndALibraryChoiceShowsNothing) {
+  start();
+  postPenColour(255, 99, 71);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#FF6347"; }));
+  EXPECT_FALSE(panel_->colorName->isVisible());
+  EXPECT_TRUE(panel_->colorName->text().isEmpty());
+  NotificationCenter::defaultCenter().post(
+      notification::colorLibraryChanged(), qint64{1},
+      UserInfo{{QStringLiteral("Library"), QStringLiteral("Changed")}});
+  EXPECT_EQ(panel_->logic().preferences().nameLibrary(), 1);
+  EXPECT_FALSE(panel_->colorName->isVisible());
+  EXPECT_TRUE(panel_->colorName->text().isEmpty());
+  EXPECT_EQ(QSettings(settingsPath(), QSettings::IniFormat).value("names/library").toString(),
+            "1");
+}
+
+TEST_F(HistoryWindowTest, WithNamesOnThePanelNamesEachColourFromTheChosenLibrary) {
+  writeSettings("[names]\nshow=true\n");
+  start();
+  postPenColour(255, 99, 71);
+  ASSERT_TRUE(waitFor([&] { return panel_->colorName->text() == "tomato · ΔE00 0.0"; }))
+      << panel_->colorName->text().toStdString();
+  EXPECT_TRUE(panel_->colorName->isVisible());
+  postPenColour(0, 128, 0);
+  ASSERT_TRUE(waitFor([&] { return panel_->colorName->text() == "green · ΔE00 0.0"; }));
+
+  // The library dialog's second row: the X11 names, where green is 0, 255, 0.
+  auto* dialog = new VCPantonePicker(panel_);
+  dialog->show();
+  dialog->pantoneCombobox()->setCurrentIndex(1);
+  Q_EMIT dialog->pantoneCombobox()->activated(1);
+  const auto x11 = names::NameLibraries().library(1);
+  ASSERT_TRUE(x11.has_value());
+  const names::NameMatch expected = x11->nearest(0, 128, 0).front();
+  EXPECT_NE(expected.entry.name, "green");
+  EXPECT_EQ(panel_->colorName->text(), PanelLogic::nameText(expected));
+  EXPECT_EQ(panel_->logic().preferences().nameLibrary(), 1);
+
+  // And off again: the field goes.
+  Preferences preferences = panel_->logic().preferences();
+  preferences.setShowColorNames(false);
+  panel_->logic().applyPreferences(preferences);
+  EXPECT_FALSE(panel_->colorName->isVisible());
+}
+
+TEST_F(HistoryWindowTest, TheHistoryNamesColoursFromTheChosenLibraryEvenWithThePanelsNamesOff) {
+  start();
+  postPenColour(255, 99, 71);
+  HistoryWindow* window = openWithKeys();
+  ASSERT_TRUE(waitFor([&] { return window->model().rowCount() == 1; }));
+  EXPECT_EQ(window->model().index(0, HistoryModel::Name).data().toString(), "tomato (ΔE00 0.0)");
+  ASSERT_TRUE(window->model().setData(window->model().index(0, HistoryModel::Name), "Brick"));
+  EXPECT_EQ(window->model().index(0, HistoryModel::Name).data().toString(),
+            "Brick · tomato (ΔE00 0.0)");
+  window->searchField()->setText("TOMA");
+  EXPECT_EQ(window->model().rowCount(), 1);
+  window->searchField()->setText("lavender");
+  EXPECT_EQ(window->model().rowCount(), 0);
+}
+
+TEST_F(HistoryWindowTest, AnImportedNameLibraryBecomesARowOfTheLibraryDialogAndNamesColours) {
+  writeSettings("[names]\nshow=true\n");
+  start();
+  const QString csv = home_.filePath(QStringLiteral("Brand.csv"));
+  {
+    QFile file(csv);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("name,hex\nHouse Red,#C8102E\nHouse Ink,#101820\n");
+  }
+  panel_->showPreferences();
+  ASSERT_TRUE(panel_->preferencesDialog()->importNameLibrary(csv));
+  const QStringList rows = VCPantonePicker::libraryNames();
+  ASSERT_TRUE(rows.contains("Brand")) << rows.join(", ").toStdString();
+  EXPECT_EQ(panel_->logic().preferences().nameLibrary(), rows.indexOf("Brand"));
+  EXPECT_TRUE(panel_->preferencesDialog()->nameLibraryLabel()->text().contains("Brand"));
+  postPenColour(0xC8, 0x10, 0x30);
+  ASSERT_TRUE(waitFor([&] { return panel_->colorName->text().startsWith("House Red · ΔE00 "); }))
+      << panel_->colorName->text().toStdString();
+}
+
+TEST_F(HistoryWindowTest, ThePaletteFileFollowsTheHistoryOnlyWithItsOptionAndAnExistingProfile) {
+  // GIMP has run once: its profile is there. Inkscape and Krita have not.
+  const QString gimpProfile = home_.filePath(QStringLiteral("config/GIMP/2.10"));
+  ASSERT_TRUE(QDir().mkpath(gimpProfile));
+  const QString gimpPalette = gimpProfile + QStringLiteral("/palettes/Tintwell.gpl");
+  start();
+  postPenColour(0x12, 0x34, 0x56);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#123456"; }));
+  QTest::qWait(1500);
+  EXPECT_FALSE(QFile::exists(gimpPalette));  // the option is off
+
+  Preferences preferences = panel_->logic().preferences();
+  preferences.setPaletteFilesEnabled(true);
+  panel_->logic().applyPreferences(preferences);
+  postPenColour(0xAB, 0xCD, 0xEF);
+  const auto paletteText = [&] {
+    QFile file(gimpPalette);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+  };
+  ASSERT_TRUE(waitFor([&] { return paletteText().contains("#ABCDEF"); }, 8000))
+      << paletteText().toStdString();
+  const QByteArray text = paletteText();
+  EXPECT_TRUE(text.startsWith("GIMP Palette\nName: Tintwell\n")) << text.toStdString();
+  EXPECT_LT(text.indexOf("#ABCDEF"), text.indexOf("#123456"));  // newest first
+  EXPECT_FALSE(QFile::exists(home_.filePath(QStringLiteral("config/inkscape"))));
+  EXPECT_FALSE(QFile::exists(home_.filePath(QStringLiteral("data/krita"))));
+}
+
+TEST(PaletteFollowerTest, StarredColoursAndTheNewestOthersMakeThePaletteInHistoryOrder) {
+  std::vector<history::Entry> entries;
+  for (int i = 0; i < 1000; ++i) {
+    history::Entry entry;
+    entry.id = 1000 - i;
+    entry.red = i % 256;
+    entry.green = i / 256;
+    entry.starred = i == 10 || i == 900;
+    if (i == 900) entry.alias = QStringLiteral("Kept");
+    entries.push_back(entry);
+  }
+  const palette::Palette result = PaletteFollower::paletteOf(entries);
+  ASSERT_EQ(result.swatches.size(), PaletteFollower::kMostColours);
+  EXPECT_EQ(result.name, "Tintwell");
+  EXPECT_EQ(result.swatches.front().name, "#000000");
+  EXPECT_EQ(result.swatches[PaletteFollower::kMostColours - 2].name, "#F20100");
+  EXPECT_EQ(result.swatches.back().name, "Kept");
 }
 
 }  // namespace
