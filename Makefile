@@ -132,7 +132,7 @@ design-apps-bench: build
 # panel time with the history on and off.
 .PHONY: history-bench
 history-bench: build
-	./$(BUILD)/bench/history_bench
+	./$(BUILD)/bench/history_window_bench && ./$(BUILD)/bench/history_bench
 
 # Throughput of `tintwell convert` over every 8-bit colour.
 convert-bench: build

@@ -6,7 +6,7 @@
 //   - pen colour posted -> shown on the panel, with the history on and off.
 // Prints medians and 99th percentiles in milliseconds.
 //
-//   build/bench/history_bench [--colours N] [--opens N] [--pens N]
+//   build/bench/history_window_bench [--colours N] [--opens N] [--pens N]
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
