@@ -13,9 +13,11 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
+#include <atomic>
 #include <csignal>
 #include <map>
 #include <mutex>
+#include <thread>
 
 #include "tests/support/LineProcess.h"
 #include "tests/support/QtWait.h"
@@ -218,6 +220,42 @@ TEST_F(HistoryStoreTest, DestroyingTheStoreCommitsWhatIsQueued) {
   EXPECT_EQ(recorder.commitList().size(), 200u);
   HistoryStore store(at(path_));
   EXPECT_EQ(store.count(), 200);
+}
+
+// Appending, reading and editing from different threads at once (the pen
+// thread, the main thread and the window); ThreadSanitizer builds check the
+// hand-overs.
+TEST_F(HistoryStoreTest, ThreadsAppendReadAndEditAtOnce) {
+  Recorder recorder;
+  HistoryStore store(at(path_), recorder.faults(), recorder.commits());
+  std::atomic<bool> appending{true};
+  std::thread pen([&] {
+    for (int i = 0; i < 300; ++i) store.append(colour(i, i % 256, 1, 2, Source::Pen));
+    store.flush(20000);
+    appending = false;
+  });
+  std::thread window([&] {
+    qint64 lastCount = 0;
+    do {
+      const qint64 count = store.count();
+      EXPECT_GE(count, lastCount) << "colours only come in";
+      lastCount = count;
+      const std::vector<Entry> shown = store.entries();
+      if (!shown.empty()) {
+        EXPECT_TRUE(store.setStarred(shown.front().id, true));
+      }
+    } while (appending);
+  });
+  std::thread screen([&] {
+    for (int i = 0; i < 100; ++i) store.append(colour(1000 + i, 0, 0, i, Source::Screen));
+  });
+  pen.join();
+  window.join();
+  screen.join();
+  ASSERT_TRUE(store.flush(20000));
+  EXPECT_EQ(store.count(), 400);
+  EXPECT_EQ(recorder.commitList().size(), 400u);
+  EXPECT_TRUE(recorder.faultList().empty());
 }
 
 TEST_F(HistoryStoreTest, ReadOnlyStoreReadsAMissingFileAsEmptyAndCreatesNothing) {
