@@ -232,8 +232,9 @@ void HistoryStore::Worker::run() {
       blocked_ = !ok;
       ++passesDone_;
       done_.notify_all();
-      // On the way out there is one attempt, bounded by the busy time-out.
-      if (stopping) break;
+      // On the way out there is one attempt, bounded by the busy time-out; a
+      // pass that failed while the store was being destroyed was that attempt.
+      if (stopping || (stop_ && !ok)) break;
       continue;
     }
     if (stop_) break;

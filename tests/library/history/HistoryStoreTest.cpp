@@ -16,6 +16,7 @@
 #include <atomic>
 #include <csignal>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -372,6 +373,31 @@ TEST_F(HistoryStoreTest, LockedFileIsReportedOnceAndColoursGoInWhenItIsFree) {
   EXPECT_LT(commits[1].id, commits[2].id);
   EXPECT_EQ(recorder.faultList().size(), 1u);
   EXPECT_EQ(store.count(), 3);
+}
+
+TEST_F(HistoryStoreTest, DestroyingTheStoreWhileTheFileIsLockedWaitsOnlyTheBusyTimeOut) {
+  Recorder recorder;
+  HistoryStore::Options options = at(path_);
+  options.busyTimeoutMs = 500;
+  auto store = std::make_unique<HistoryStore>(options, recorder.faults(), recorder.commits());
+  ASSERT_EQ(store->count(), 0);
+  LineProcess holder(QStringLiteral("sqlite3"), {path_});
+  holder.send(QStringLiteral("BEGIN EXCLUSIVE;"));
+  holder.send(QStringLiteral("SELECT 'held';"));
+  ASSERT_TRUE(holder.waitForLine(QStringLiteral("held"))) << holder.transcript().toStdString();
+  store->append(colour(1, 1, 1, 1));
+  store->append(colour(2, 2, 2, 2));
+  QElapsedTimer timer;
+  timer.start();
+  store.reset();
+  // One attempt of 500 ms, maybe behind the one under way; far less than a
+  // wait per colour or an endless one.
+  EXPECT_LT(timer.elapsed(), 3000);
+  EXPECT_TRUE(recorder.commitList().empty());
+  EXPECT_EQ(recorder.faultList(), std::vector<Fault>{Fault::Locked});
+  holder.send(QStringLiteral("ROLLBACK;"));
+  holder.closeInput();
+  EXPECT_TRUE(holder.finish());
 }
 
 // Root writes whatever the permissions say, so as root the writer runs as
