@@ -19,9 +19,10 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
   dbus python3-dbus python3-gi xvfb xdotool xclip x11-utils x11-xserver-utils libxi-dev libxcb-xinput-dev libx11-dev \
   openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr \
   man-db groff-base dpkg-dev debootstrap mount lintian
-# The colour history: Qt's SQLite driver (a plug-in) and the sqlite3 program
+# The colour history: Qt's SQLite driver (a plug-in), SQLite's headers (the
+# whole history is read through its own interface) and the sqlite3 program
 # the tests hold a lock with.
-DEB_PACKAGES += libqt6sql6-sqlite sqlite3
+DEB_PACKAGES += libqt6sql6-sqlite libsqlite3-dev sqlite3
 
 # make fuzz: clang with libFuzzer and its symbolizer; libdbus for the D-Bus target.
 DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev
