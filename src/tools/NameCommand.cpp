@@ -17,8 +17,8 @@ namespace tw {
 namespace {
 
 const char kUsage[] =
-    "Usage: tintwell name R G B [--library css|x11|FILE] [-n N]\n"
-    "       tintwell name '#RRGGBB' [--library css|x11|FILE] [-n N]\n"
+    "Usage: tintwell name R G B [--library css|x11|tango|FILE] [-n N]\n"
+    "       tintwell name '#RRGGBB' [--library css|x11|tango|FILE] [-n N]\n"
     "\n"
     "Prints the N colour names nearest to a colour (default 1), nearest first, by\n"
     "the CIEDE2000 colour difference. One line per name, TAB separated:\n"
@@ -35,11 +35,12 @@ const char kUsage[] =
     "Options:\n"
     "  --library LIB  css: the 148 CSS named colours (the default);\n"
     "                 x11: the X11 colour names;\n"
+    "                 tango: the 27 colours of the Tango palette;\n"
     "                 anything else is a CSV file with a header row, a \"name\" column\n"
     "                 and either \"hex\" or \"red\", \"green\", \"blue\" columns (optional\n"
     "                 \"abbr\" or \"code\"). Rows without a name or a valid colour are\n"
     "                 left out, and how many is said on standard error. A file\n"
-    "                 called css or x11 is reached as ./css or ./x11.\n"
+    "                 called css, x11 or tango is reached as ./css, ./x11 or ./tango.\n"
     "  -n N           How many names, 1 or more (fewer when the library is smaller).\n"
     "  --help         Show this text.\n"
     "\n"
@@ -181,6 +182,8 @@ int runNameCommand(int argc, char** argv) {
   names::CsvLoad loaded;
   if (library && *library == QStringLiteral("x11")) {
     chosen = &names::x11Library();
+  } else if (library && *library == QStringLiteral("tango")) {
+    chosen = &names::tangoLibrary();
   } else if (library && *library != QStringLiteral("css")) {
     loaded = names::loadLibraryFile(*library);
     const QByteArray what = library->toLocal8Bit();

@@ -39,6 +39,12 @@ TEST(NameCommand, X11Library) {
             "gray\t#808080\t0.00\n");
 }
 
+TEST(NameCommand, TangoLibrary) {
+  const auto run = runTool({"name", "#3465A4", "--library", "tango", "-n", "2"});
+  EXPECT_EQ(run.exitCode, 0);
+  ASSERT_TRUE(run.out.startsWith("Sky Blue 2\t#3465A4\t0.00\nSky Blue ")) << run.out.toStdString();
+}
+
 TEST(NameCommand, CsvLibraryFileWithCodesAndSkippedRows) {
   QTemporaryDir dir;
   const QString path = dir.filePath("brand.csv");
@@ -127,7 +133,7 @@ TEST(NameCommand, HelpAndTopLevelUsageDescribeTheCommand) {
   EXPECT_TRUE(help.out.startsWith("Usage: tintwell name R G B"));
   EXPECT_TRUE(help.out.contains("NAME  #RRGGBB  DIFFERENCE [CODE]"));
   const auto top = runTool({"--help"});
-  EXPECT_TRUE(top.out.contains("  name R G B|#RRGGBB [--library css|x11|FILE] [-n N]\n"));
+  EXPECT_TRUE(top.out.contains("  name R G B|#RRGGBB [--library css|x11|tango|FILE] [-n N]\n"));
 }
 
 }  // namespace

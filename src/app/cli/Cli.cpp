@@ -26,7 +26,7 @@ const char* usageText() {
          "  csv [--separator S] [--headers a,b,c] [FILE]\n"
          "                       Read a colour library table (standard input without FILE)\n"
          "                       and print it as JSON.\n"
-         "  name R G B|#RRGGBB [--library css|x11|FILE] [-n N]\n"
+         "  name R G B|#RRGGBB [--library css|x11|tango|FILE] [-n N]\n"
          "                       Print the N colour names nearest to a colour (default 1;\n"
          "                       library: the CSS named colours unless given), one per line:\n"
          "                       name, #RRGGBB, CIEDE2000 difference with two decimals,\n"

@@ -63,7 +63,7 @@ QStringList NameLibraries::userFiles() const {
 }
 
 QStringList NameLibraries::titles() const {
-  QStringList rows{cssLibrary().title(), x11Library().title()};
+  QStringList rows{cssLibrary().title(), x11Library().title(), tangoLibrary().title()};
   for (const QString& path : userFiles()) rows.append(titleOfFile(path));
   return rows;
 }
@@ -73,6 +73,7 @@ int NameLibraries::count() const { return kFirstUserRow + static_cast<int>(userF
 std::optional<NameLibrary> NameLibraries::library(int row, QString* error) const {
   if (row == kCssRow) return cssLibrary();
   if (row == kX11Row) return x11Library();
+  if (row == kTangoRow) return tangoLibrary();
   const QStringList files = userFiles();
   if (row < kFirstUserRow || row - kFirstUserRow >= files.size()) {
     setError(error, QStringLiteral("no library in row %1").arg(row));

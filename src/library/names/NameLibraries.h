@@ -19,7 +19,8 @@ QString titleOfFile(const QString& path);
 // The name libraries the library picker offers, row by row:
 //   0  the CSS named colours (cssLibrary())
 //   1  the X11 colour names (x11Library())
-//   2… the user's libraries: the *.csv files in folder(), by file name
+//   2  the Tango palette (tangoLibrary())
+//   3… the user's libraries: the *.csv files in folder(), by file name
 //      (ignoring case, then as is)
 // The folder is read again on every call, so a file imported elsewhere shows
 // up at the next look. A row outside 0..count()-1 has no library and no title.
@@ -27,7 +28,8 @@ class NameLibraries {
  public:
   static constexpr int kCssRow = 0;
   static constexpr int kX11Row = 1;
-  static constexpr int kFirstUserRow = 2;
+  static constexpr int kTangoRow = 2;
+  static constexpr int kFirstUserRow = 3;
 
   // $XDG_DATA_HOME/Tintwell/libraries (~/.local/share/… without the variable).
   static QString defaultFolder();
@@ -37,7 +39,7 @@ class NameLibraries {
   const QString& folder() const { return folder_; }
   // Paths of the user library files in row order.
   QStringList userFiles() const;
-  // The row texts: the two built-in titles, then each user file's title.
+  // The row texts: the three built-in titles, then each user file's title.
   QStringList titles() const;
   int count() const;
 

@@ -351,4 +351,10 @@ const NameLibrary& x11Library() {
   return library;
 }
 
+const NameLibrary& tangoLibrary() {
+  static const NameLibrary library =
+      builtIn(QStringLiteral("Tango"), QStringLiteral(":/names/tango.txt"));
+  return library;
+}
+
 }  // namespace tw::names

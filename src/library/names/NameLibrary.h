@@ -103,12 +103,14 @@ struct CsvLoad {
 // Blank lines are not rows.
 CsvLoad loadCsvLibrary(const QByteArray& bytes, const QString& title);
 
-// The two libraries compiled into the program.
+// The three libraries compiled into the program.
 // "CSS named colours": the 148 CSS Color Module Level 4 keywords, alphabetical
 // (aliases such as aqua/cyan and gray/grey both present).
 const NameLibrary& cssLibrary();
 // "X11 colour names": the X11 rgb.txt list, one spelling per name, in the
 // list's order.
 const NameLibrary& x11Library();
+// "Tango": the 27 colours of the Tango icon palette, in its order.
+const NameLibrary& tangoLibrary();
 
 }  // namespace tw::names

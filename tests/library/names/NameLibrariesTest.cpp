@@ -21,13 +21,16 @@ TEST(NameLibraries, BuiltInRowsComeFirst) {
   QTemporaryDir home;
   const NameLibraries libraries(home.filePath(QStringLiteral("libraries")));
   EXPECT_EQ(libraries.titles(),
-            QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names")}));
-  EXPECT_EQ(libraries.count(), 2);
+            QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names"),
+                         QStringLiteral("Tango")}));
+  EXPECT_EQ(libraries.count(), 3);
   ASSERT_TRUE(libraries.library(0).has_value());
   EXPECT_EQ(libraries.library(0)->size(), 148);
   EXPECT_EQ(libraries.library(1)->size(), 550);
+  EXPECT_EQ(libraries.library(2)->size(), 27);
+  EXPECT_EQ(libraries.library(2)->entries()[0].name, QStringLiteral("Butter 1"));
   QString error;
-  EXPECT_FALSE(libraries.library(2, &error).has_value());
+  EXPECT_FALSE(libraries.library(3, &error).has_value());
   EXPECT_FALSE(error.isEmpty());
   EXPECT_FALSE(libraries.library(-1).has_value());
 }
@@ -45,21 +48,21 @@ TEST(NameLibraries, ImportedFilesFollowSortedByName) {
   ASSERT_TRUE(libraries.importFile(a).has_value());
   EXPECT_EQ(libraries.titles(),
             QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names"),
-                         QStringLiteral("Autumn"), QStringLiteral("brand")}));
-  EXPECT_EQ(libraries.count(), 4);
-  const auto autumn = libraries.library(2);
+                         QStringLiteral("Tango"), QStringLiteral("Autumn"), QStringLiteral("brand")}));
+  EXPECT_EQ(libraries.count(), 5);
+  const auto autumn = libraries.library(3);
   ASSERT_TRUE(autumn.has_value());
   EXPECT_EQ(autumn->title(), QStringLiteral("Autumn"));
   ASSERT_EQ(autumn->size(), 1);
   EXPECT_EQ(autumn->entries()[0].name, QStringLiteral("Rust"));
-  EXPECT_EQ(libraries.library(3)->entries()[0].name, QStringLiteral("Ink"));
-  EXPECT_FALSE(libraries.library(4).has_value());
+  EXPECT_EQ(libraries.library(4)->entries()[0].name, QStringLiteral("Ink"));
+  EXPECT_FALSE(libraries.library(5).has_value());
 
   // A second import of the same name replaces the first.
   write(source, QStringLiteral("brand.csv"), "name,hex\nPaper,#F5F5F0\n");
   ASSERT_TRUE(libraries.importFile(b).has_value());
-  EXPECT_EQ(libraries.count(), 4);
-  EXPECT_EQ(libraries.library(3)->entries()[0].name, QStringLiteral("Paper"));
+  EXPECT_EQ(libraries.count(), 5);
+  EXPECT_EQ(libraries.library(4)->entries()[0].name, QStringLiteral("Paper"));
 }
 
 TEST(NameLibraries, ImportRefusesWhatCannotBeALibrary) {
@@ -78,16 +81,16 @@ TEST(NameLibraries, ImportRefusesWhatCannotBeALibrary) {
   EXPECT_EQ(error, QStringLiteral("no \"name\" column"));
   EXPECT_FALSE(libraries.importFile(source.filePath(QStringLiteral("missing.csv")), &error));
   EXPECT_FALSE(error.isEmpty());
-  EXPECT_EQ(libraries.count(), 2);
+  EXPECT_EQ(libraries.count(), 3);
 }
 
 TEST(NameLibraries, AFileGoneOrBrokenAfterListingGivesNoLibrary) {
   QTemporaryDir home;
   const NameLibraries libraries(home.path());
   write(home, QStringLiteral("broken.csv"), "no,columns\n");
-  EXPECT_EQ(libraries.count(), 3);
+  EXPECT_EQ(libraries.count(), 4);
   QString error;
-  EXPECT_FALSE(libraries.library(2, &error).has_value());
+  EXPECT_FALSE(libraries.library(3, &error).has_value());
   EXPECT_EQ(error, QStringLiteral("no \"name\" column"));
 }
 
