@@ -123,8 +123,11 @@ std::optional<QDateTime> parseSince(const QString& text, const QDateTime& now) {
                                                       : 7 * 86400;
     return now.addSecs(-amount * seconds);
   }
+  // A bare date only: QDate's reader would also take "2026-11-25T25:00" (a
+  // bad time after a good date) as that day.
+  static const QRegularExpression dateOnly(QStringLiteral("^\\d{4}-\\d{2}-\\d{2}$"));
   QDateTime at = QDateTime::fromString(text.trimmed(), Qt::ISODateWithMs);
-  if (!at.isValid()) {
+  if (!at.isValid() && dateOnly.match(text.trimmed()).hasMatch()) {
     const QDate day = QDate::fromString(text.trimmed(), Qt::ISODate);
     if (day.isValid()) at = day.startOfDay();
   }
@@ -173,9 +176,10 @@ int runHistoryCommand(int argc, char** argv) {
     for (const history::Entry& entry : *entries) {
       out += first ? "\n  " : ",\n  ";
       first = false;
-      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs, Qt::UTC)
-                               .toString(Qt::ISODateWithMs);
-      out += "{\"id\": " + QByteArray::number(entry.id) + ", \"time\": " + json::quote(time, false) +
+      const QString time =
+          QDateTime::fromMSecsSinceEpoch(entry.timeMs, Qt::UTC).toString(Qt::ISODateWithMs);
+      out += "{\"id\": " + QByteArray::number(entry.id) +
+             ", \"time\": " + json::quote(time, false) +
              ", \"source\": " + json::quote(history::sourceName(entry.source), false) +
              ", \"hex\": " + json::quote(hexOf(entry), false) +
              ", \"red\": " + QByteArray::number(entry.red) +
@@ -189,8 +193,8 @@ int runHistoryCommand(int argc, char** argv) {
     out = "id,time,source,hex,red,green,blue,rgb,cmyk,hsb,lab,alias,starred\n";
     for (const history::Entry& entry : *entries) {
       const auto all = convertToAllColor(entry.red, entry.green, entry.blue);
-      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs, Qt::UTC)
-                               .toString(Qt::ISODateWithMs);
+      const QString time =
+          QDateTime::fromMSecsSinceEpoch(entry.timeMs, Qt::UTC).toString(Qt::ISODateWithMs);
       const QStringList fields{QString::number(entry.id),
                                time,
                                history::sourceName(entry.source),
@@ -208,10 +212,13 @@ int runHistoryCommand(int argc, char** argv) {
     }
   } else {
     for (const history::Entry& entry : *entries) {
-      const QString time =
-          QDateTime::fromMSecsSinceEpoch(entry.timeMs).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+      const QString time = QDateTime::fromMSecsSinceEpoch(entry.timeMs)
+                               .toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
       QString alias = entry.alias;
-      alias.replace(QLatin1Char('\t'), QLatin1Char(' ')).replace(QLatin1Char('\n'), QLatin1Char(' '));
+      // One line, five columns: a name's own tabs and line breaks print as blanks.
+      alias.replace(QLatin1Char('\t'), QLatin1Char(' '))
+          .replace(QLatin1Char('\n'), QLatin1Char(' '))
+          .replace(QLatin1Char('\r'), QLatin1Char(' '));
       out += (time + QLatin1Char('\t') + history::sourceName(entry.source) + QLatin1Char('\t') +
               hexOf(entry) + QLatin1Char('\t') +
               (entry.starred ? QLatin1Char('*') : QLatin1Char('-')) + QLatin1Char('\t') + alias)

@@ -14,9 +14,12 @@ struct ToolRun {
 };
 
 // Runs the real tintwell binary (its path comes from CTest) with the given
-// arguments and standard input.
-inline ToolRun runTool(const QStringList& args, const QByteArray& input = {}) {
+// arguments, standard input and environment (the test's own by default).
+inline ToolRun runTool(
+    const QStringList& args, const QByteArray& input = {},
+    const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment()) {
   QProcess process;
+  process.setProcessEnvironment(environment);
   process.start(QString::fromLocal8Bit(std::getenv("TINTWELL_BIN")), args);
   process.waitForStarted();
   process.write(input);

@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "library/palette/Palette.h"
 #include "tests/support/RunTool.h"
 
 namespace tw {
@@ -100,6 +101,56 @@ TEST(NameCommand, UnreadableOrEmptyLibraryExitsOne) {
   EXPECT_EQ(columns.exitCode, 1);
   EXPECT_EQ(columns.err,
             "tintwell name: cannot read " + noColumns.toLocal8Bit() + ": no \"name\" column\n");
+}
+
+QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes) {
+  const QString path = dir.filePath(name);
+  QFile file(path);
+  EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+  file.write(bytes);
+  return path;
+}
+
+const palette::Palette kBrand{QStringLiteral("Brand"),
+                              {{QStringLiteral("Ink, deep"), 16, 24, 32},
+                               {QString(), 17, 24, 32},
+                               {QStringLiteral("Paper"), 245, 245, 240}}};
+
+TEST(NameCommand, GimpPaletteAsLibrary) {
+  QTemporaryDir dir;
+  const QString path =
+      writeFile(dir, "brand.gpl", palette::writePalette(kBrand, palette::Format::Gpl));
+  const auto run = runTool({"name", "16", "24", "32", "--library", path, "-n", "5"});
+  EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+  ASSERT_TRUE(run.out.startsWith("Ink, deep\t#101820\t0.00\nPaper\t#F5F5F0\t"))
+      << run.out.constData();
+  EXPECT_EQ(run.out.count('\n'), 2);
+  // The swatch without a name is left out, and said so.
+  EXPECT_EQ(run.err, "tintwell name: " + path.toLocal8Bit() +
+                         ": rows without a name or a valid colour left out: 1\n");
+}
+
+TEST(NameCommand, SwatchExchangeFileAsLibraryAnySuffixCase) {
+  QTemporaryDir dir;
+  const QString path =
+      writeFile(dir, "brand.ASE", palette::writePalette(kBrand, palette::Format::Ase));
+  const auto run = runTool({"name", "#F4F4F0", "--library", path});
+  EXPECT_EQ(run.exitCode, 0) << run.err.constData();
+  EXPECT_TRUE(run.out.startsWith("Paper\t#F5F5F0\t")) << run.out.constData();
+  EXPECT_EQ(run.out.count('\n'), 1);
+}
+
+TEST(NameCommand, BrokenSwatchExchangeFileExitsOneWithTheReason) {
+  QTemporaryDir dir;
+  const QByteArray ase = palette::writePalette(kBrand, palette::Format::Ase);
+  const QString path = writeFile(dir, "cut.ase", ase.left(ase.size() - 3));
+  const auto run = runTool({"name", "1", "2", "3", "--library", path});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out, "");
+  const QByteArray prefix = "tintwell name: cannot read " + path.toLocal8Bit() + ": ";
+  EXPECT_TRUE(run.err.startsWith(prefix)) << run.err.constData();
+  EXPECT_GT(run.err.size(), prefix.size() + 1);
+  EXPECT_TRUE(run.err.endsWith("\n"));
 }
 
 TEST(NameCommand, BadUsageExitsTwoWithAMessage) {

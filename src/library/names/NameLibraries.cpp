@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "library/palette/Palette.h"
+
 namespace tw::names {
 
 namespace {
@@ -18,6 +20,43 @@ void setError(QString* error, const QString& text) {
 
 bool isCsvName(const QString& fileName) {
   return fileName.endsWith(QStringLiteral(".csv"), Qt::CaseInsensitive);
+}
+
+// The palette format a library file is read as, by its suffix: GIMP palettes
+// and swatch exchange files; anything else is read as CSV.
+std::optional<palette::Format> paletteFormatOf(const QString& fileName) {
+  if (fileName.endsWith(QStringLiteral(".gpl"), Qt::CaseInsensitive)) return palette::Format::Gpl;
+  if (fileName.endsWith(QStringLiteral(".ase"), Qt::CaseInsensitive)) return palette::Format::Ase;
+  return std::nullopt;
+}
+
+bool isLibraryName(const QString& fileName) {
+  return isCsvName(fileName) || paletteFormatOf(fileName).has_value();
+}
+
+// A library from a file's bytes: a palette's swatches in file order, titled
+// with the file's title (as its row is), or the CSV reader's answer. A swatch
+// without a name names nothing, so it is left out and counted like a CSV row
+// without one.
+CsvLoad loadLibraryBytes(const QByteArray& bytes, const QString& path) {
+  const auto format = paletteFormatOf(QFileInfo(path).fileName());
+  if (!format) return loadCsvLibrary(bytes, titleOfFile(path));
+  palette::ReadResult read = palette::readPalette(bytes, *format);
+  CsvLoad load;
+  if (!read.palette) {
+    load.error = read.error;
+    return load;
+  }
+  palette::Palette named;
+  named.name = titleOfFile(path);
+  for (palette::Swatch& swatch : read.palette->swatches) {
+    if (swatch.name.trimmed().isEmpty())
+      ++load.skippedRows;
+    else
+      named.swatches.push_back(std::move(swatch));
+  }
+  load.library = NameLibrary::fromPalette(named);
+  return load;
 }
 
 }  // namespace
@@ -35,7 +74,7 @@ CsvLoad loadLibraryFile(const QString& path) {
     load.error = file.errorString();
     return load;
   }
-  return loadCsvLibrary(file.readAll(), titleOfFile(path));
+  return loadLibraryBytes(file.readAll(), path);
 }
 
 QString titleOfFile(const QString& path) { return QFileInfo(path).completeBaseName(); }
@@ -51,7 +90,7 @@ QStringList NameLibraries::userFiles() const {
   const QDir dir(folder_);
   QStringList names;
   for (const QString& name : dir.entryList(QDir::Files | QDir::Readable | QDir::Hidden)) {
-    if (isCsvName(name)) names.append(name);
+    if (isLibraryName(name)) names.append(name);
   }
   std::sort(names.begin(), names.end(), [](const QString& x, const QString& y) {
     const int folded = x.compare(y, Qt::CaseInsensitive);
@@ -89,8 +128,8 @@ std::optional<NameLibrary> NameLibraries::library(int row, QString* error) const
 
 std::optional<QString> NameLibraries::importFile(const QString& path, QString* error) const {
   const QString fileName = QFileInfo(path).fileName();
-  if (!isCsvName(fileName)) {
-    setError(error, QStringLiteral("not a .csv file"));
+  if (!isLibraryName(fileName)) {
+    setError(error, QStringLiteral("not a .csv, .gpl or .ase file"));
     return std::nullopt;
   }
   QFile source(path);
@@ -100,7 +139,7 @@ std::optional<QString> NameLibraries::importFile(const QString& path, QString* e
     return std::nullopt;
   }
   const QByteArray bytes = source.readAll();
-  const CsvLoad load = loadCsvLibrary(bytes, titleOfFile(path));
+  const CsvLoad load = loadLibraryBytes(bytes, path);
   if (!load.error.isEmpty() || load.library.isEmpty()) {
     setError(error, load.error.isEmpty() ? QStringLiteral("no colour in it") : load.error);
     return std::nullopt;

@@ -9,8 +9,11 @@
 
 namespace tw::names {
 
-// A library file read from disk: the CSV loader's answer, or why the file
-// could not be read (then `error` holds the system's words).
+// A library file read from disk, by its suffix in any case: a GIMP palette
+// (.gpl) or a swatch exchange file (.ase) gives its named swatches in file
+// order (unnamed ones are left out and counted in skippedRows), anything else
+// is read as CSV. Or why the file could not be read (then `error` holds the
+// system's or the palette reader's words).
 CsvLoad loadLibraryFile(const QString& path);
 
 // The title a user library gets: its file name without the last suffix.
@@ -20,8 +23,8 @@ QString titleOfFile(const QString& path);
 //   0  the CSS named colours (cssLibrary())
 //   1  the X11 colour names (x11Library())
 //   2  the Tango palette (tangoLibrary())
-//   3… the user's libraries: the *.csv files in folder(), by file name
-//      (ignoring case, then as is)
+//   3… the user's libraries: the *.csv, *.gpl and *.ase files (suffix in any
+//      case) in folder(), by file name (ignoring case, then as is)
 // The folder is read again on every call, so a file imported elsewhere shows
 // up at the next look. A row outside 0..count()-1 has no library and no title.
 class NameLibraries {
@@ -50,9 +53,9 @@ class NameLibraries {
   std::optional<NameLibrary> library(int row, QString* error = nullptr) const;
 
   // Copies the file at `path` into folder() (made when missing), under its own
-  // file name, replacing an earlier import of that name. Only a .csv file (any
-  // case) that reads as a library with at least one colour is taken. Gives the
-  // copy's path, or nothing and why in `error`.
+  // file name, replacing an earlier import of that name. Only a .csv, .gpl or
+  // .ase file (any case) that reads as a library with at least one colour is
+  // taken. Gives the copy's path, or nothing and why in `error`.
   std::optional<QString> importFile(const QString& path, QString* error = nullptr) const;
 
  private:
