@@ -88,8 +88,8 @@ void fillHistory(int colours) {
   for (int i = 0; i < colours; ++i) {
     const quint32 rgb = random() & 0xFFFFFF;
     entries.push_back({0, start + qint64(i) * 1000,
-                       i % 3 == 0 ? history::Source::Screen : history::Source::Pen,
-                       int(rgb >> 16), int((rgb >> 8) & 0xFF), int(rgb & 0xFF),
+                       i % 3 == 0 ? history::Source::Screen : history::Source::Pen, int(rgb >> 16),
+                       int((rgb >> 8) & 0xFF), int(rgb & 0xFF),
                        i % 50 == 0 ? QStringLiteral("swatch %1").arg(i) : QString(), i % 97 == 0});
   }
   store.importEntries(entries);

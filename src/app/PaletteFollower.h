@@ -45,7 +45,7 @@ class PaletteFollower {
   Writer write_;
   std::mutex mutex_;
   std::condition_variable wake_;
-  bool pending_ = false;  // guarded by mutex_
+  bool pending_ = false;   // guarded by mutex_
   bool stopping_ = false;  // guarded by mutex_
   std::thread thread_;
 };

@@ -7,13 +7,13 @@
 #include <limits>
 #include <thread>
 
+#include "app/PaletteFollower.h"
 #include "color/ColorNotations.h"
 #include "common/Fatal.h"
 #include "common/Log.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "events/Notifications.h"
-#include "app/PaletteFollower.h"
 #include "library/names/NameLibraries.h"
 #include "pen/Mailbox.h"
 
@@ -93,8 +93,8 @@ class PanelLogic::HostEventsToPanel : public HostEvents {
   std::shared_ptr<Gate> gate_;
 };
 
-std::shared_ptr<history::HistoryStore> openDefaultHistory(history::HistoryStore::FaultHandler onFault,
-                                                          history::HistoryStore::CommitHandler onCommit) {
+std::shared_ptr<history::HistoryStore> openDefaultHistory(
+    history::HistoryStore::FaultHandler onFault, history::HistoryStore::CommitHandler onCommit) {
   history::HistoryStore::Options options;
   options.path = history::defaultHistoryPath();
   return std::make_shared<history::HistoryStore>(options, std::move(onFault), std::move(onCommit));
@@ -211,9 +211,9 @@ void PanelLogic::showColorName() {
     nameShown_ = false;
     return;
   }
-  const auto match = nearestName(static_cast<int>(shownColor_->iR),
-                                 static_cast<int>(shownColor_->iG),
-                                 static_cast<int>(shownColor_->iB));
+  const auto match =
+      nearestName(static_cast<int>(shownColor_->iR), static_cast<int>(shownColor_->iG),
+                  static_cast<int>(shownColor_->iB));
   view_.showColorName(match ? nameText(*match) : QString());
   nameShown_ = true;
 }

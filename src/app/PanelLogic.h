@@ -52,8 +52,8 @@ struct PanelParts {
 };
 
 // Opens the history in the application's data folder (PanelParts::history).
-std::shared_ptr<history::HistoryStore> openDefaultHistory(history::HistoryStore::FaultHandler onFault,
-                                                          history::HistoryStore::CommitHandler onCommit);
+std::shared_ptr<history::HistoryStore> openDefaultHistory(
+    history::HistoryStore::FaultHandler onFault, history::HistoryStore::CommitHandler onCommit);
 
 // The main colour panel without its drawing: it owns the pen link, the bridge
 // and the telemetry sender, receives every new colour, pushes and counts it,
@@ -205,8 +205,8 @@ class PanelLogic : public QObject {
     QPointer<QObject> context;
     std::function<void(const history::Entry&)> call;
   };
-  std::vector<HistoryListener> historyListeners_;  // main thread
-  std::vector<ColorStruct> recentColors_;          // main thread
+  std::vector<HistoryListener> historyListeners_;     // main thread
+  std::vector<ColorStruct> recentColors_;             // main thread
   std::unique_ptr<PaletteFollower> paletteFollower_;  // main thread
   // The active name library and the row it was loaded for; main thread.
   std::optional<names::NameLibrary> nameLibrary_;

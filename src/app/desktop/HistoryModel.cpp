@@ -184,7 +184,8 @@ QVariant HistoryModel::data(const QModelIndex& index, int role) const {
     case Source:
       return history::sourceName(entry.source);
     case Time:
-      return QDateTime::fromMSecsSinceEpoch(entry.timeMs).toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+      return QDateTime::fromMSecsSinceEpoch(entry.timeMs)
+          .toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
     case Star:
       return entry.starred ? QStringLiteral("★") : QStringLiteral("☆");
     default:

@@ -206,7 +206,7 @@ void HistoryWindow::deleteSelection() {
   model_->removeIds(ids);
   logic_.historyEdited();
   message_->setText(ids.size() == 1 ? tr("1 colour deleted")
-                                   : tr("%1 colours deleted").arg(ids.size()));
+                                    : tr("%1 colours deleted").arg(ids.size()));
 }
 
 void HistoryWindow::pushRow(int row) {
@@ -253,8 +253,8 @@ palette::Palette HistoryWindow::paletteOf(const std::vector<history::Entry>& ent
   palette::Palette result;
   result.name = QStringLiteral("Tintwell");
   for (const history::Entry& entry : entries)
-    result.swatches.push_back({entry.alias.isEmpty() ? hexOf(entry) : entry.alias, entry.red,
-                               entry.green, entry.blue});
+    result.swatches.push_back(
+        {entry.alias.isEmpty() ? hexOf(entry) : entry.alias, entry.red, entry.green, entry.blue});
   return result;
 }
 
@@ -264,13 +264,13 @@ bool HistoryWindow::exportTo(const QString& path, palette::Format format) {
     for (int row = 0; row < model_->rowCount(); ++row) entries.push_back(model_->entryAt(row));
   }
   QSaveFile file(path);
-  if (!file.open(QIODevice::WriteOnly) || file.write(palette::writePalette(paletteOf(entries), format)) < 0 ||
-      !file.commit()) {
+  if (!file.open(QIODevice::WriteOnly) ||
+      file.write(palette::writePalette(paletteOf(entries), format)) < 0 || !file.commit()) {
     message_->setText(tr("Could not write %1: %2").arg(path, file.errorString()));
     return false;
   }
   message_->setText(tr("%n colour(s) exported to %1", nullptr, int(entries.size()))
-                       .arg(QFileInfo(path).fileName()));
+                        .arg(QFileInfo(path).fileName()));
   return true;
 }
 
@@ -291,8 +291,8 @@ qint64 HistoryWindow::importFrom(const QString& path) {
   const qint64 now = QDateTime::currentMSecsSinceEpoch();
   std::vector<history::Entry> entries;
   for (const palette::Swatch& swatch : read.palette->swatches) {
-    history::Entry entry{0, now, history::Source::Imported, swatch.red, swatch.green,
-                         swatch.blue, QString(), false};
+    history::Entry entry{
+        0, now, history::Source::Imported, swatch.red, swatch.green, swatch.blue, QString(), false};
     // A name that only repeats the hex is not the user's own.
     if (swatch.name.compare(hexOf(entry), Qt::CaseInsensitive) != 0) entry.alias = swatch.name;
     entries.push_back(entry);
@@ -322,8 +322,7 @@ void HistoryWindow::chooseExportFile() {
 
 void HistoryWindow::chooseImportFile() {
   const QString path = QFileDialog::getOpenFileName(
-      this, tr("Import Colours"), QString(),
-      tr("Palettes (*.gpl *.ase *.csv);;All files (*)"));
+      this, tr("Import Colours"), QString(), tr("Palettes (*.gpl *.ase *.csv);;All files (*)"));
   if (!path.isEmpty()) importFrom(path);
 }
 

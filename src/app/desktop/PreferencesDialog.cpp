@@ -4,23 +4,23 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFileDialog>
-#include <QHBoxLayout>
-#include <QPushButton>
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QGridLayout>
 #include <QGroupBox>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include "app/PanelLogic.h"
 #include "app/Preferences.h"
+#include "bridge/HostDispatcher.h"
 #include "library/history/HistoryStore.h"
 #include "library/names/NameLibraries.h"
-#include "bridge/HostDispatcher.h"
 #include "telemetry/TelemetryConfig.h"
 
 namespace tw {
@@ -145,27 +145,26 @@ QWidget* PreferencesDialog::buildHistory() {
     form->addWidget(check);
     return check;
   };
-  historyBox_ = addBox(QStringLiteral("historyEnabled"),
-                       tr("Keep every new colour in the history (Ctrl+H)"),
-                       preferences.historyEnabled(), &Preferences::setHistoryEnabled);
+  historyBox_ =
+      addBox(QStringLiteral("historyEnabled"), tr("Keep every new colour in the history (Ctrl+H)"),
+             preferences.historyEnabled(), &Preferences::setHistoryEnabled);
   recentBox_ = addBox(QStringLiteral("showRecentColors"), tr("Show recent colours on the panel"),
                       preferences.showRecentColors(), &Preferences::setShowRecentColors);
-  paletteFilesBox_ =
-      addBox(QStringLiteral("paletteFiles"),
-             tr("Keep a \"Tintwell\" palette in GIMP, Inkscape and Krita"),
-             preferences.paletteFilesEnabled(), &Preferences::setPaletteFilesEnabled);
-  namesBox_ = addBox(QStringLiteral("showColorNames"),
-                     tr("Show the nearest colour name on the panel"),
-                     preferences.showColorNames(), &Preferences::setShowColorNames);
+  paletteFilesBox_ = addBox(
+      QStringLiteral("paletteFiles"), tr("Keep a \"Tintwell\" palette in GIMP, Inkscape and Krita"),
+      preferences.paletteFilesEnabled(), &Preferences::setPaletteFilesEnabled);
+  namesBox_ =
+      addBox(QStringLiteral("showColorNames"), tr("Show the nearest colour name on the panel"),
+             preferences.showColorNames(), &Preferences::setShowColorNames);
   auto* libraryRow = new QHBoxLayout;
   nameLibraryLabel_ = new QLabel(box);
   nameLibraryLabel_->setObjectName(QStringLiteral("nameLibrary"));
   auto* importLibrary = new QPushButton(tr("Import Library…"), box);
   importLibrary->setObjectName(QStringLiteral("importNameLibrary"));
   connect(importLibrary, &QPushButton::clicked, this, [this] {
-    const QString path = QFileDialog::getOpenFileName(
-        this, tr("Import a Name Library"), QString(),
-        tr("Name libraries (*.csv *.gpl *.ase);;All files (*)"));
+    const QString path =
+        QFileDialog::getOpenFileName(this, tr("Import a Name Library"), QString(),
+                                     tr("Name libraries (*.csv *.gpl *.ase);;All files (*)"));
     if (!path.isEmpty()) importNameLibrary(path);
   });
   libraryRow->addWidget(nameLibraryLabel_, 1);
@@ -268,7 +267,8 @@ bool PreferencesDialog::importNameLibrary(const QString& path) {
 }
 
 void PreferencesDialog::refresh() {
-  if (nameLibraryLabel_ && !nameLibraryLabel_->text().startsWith(tr("Not imported"))) showNameLibrary();
+  if (nameLibraryLabel_ && !nameLibraryLabel_->text().startsWith(tr("Not imported")))
+    showNameLibrary();
   // The native hosts' counts, from the dispatcher when the bridge has one.
   const std::shared_ptr<HostDispatcher> dispatcher = logic_.commander().nativeHosts();
   for (const auto& [key, label] : hostCounts_) {

@@ -8,8 +8,9 @@ namespace tw {
 
 // The colour library dialog: one combo box of name libraries. Choosing one
 // logs "i pick : <row>", announces the row as "Notification_ColorLibraryChanged"
-// (the panel makes it the active name library) and closes the dialog. The list drops down by itself 0.3 s (scaled) after the dialog shows.
-// Controller and view in one widget; deletes itself when closed.
+// (the panel makes it the active name library) and closes the dialog. The list drops down by itself
+// 0.3 s (scaled) after the dialog shows. Controller and view in one widget; deletes itself when
+// closed.
 class VCPantonePicker : public QDialog {
   Q_OBJECT
 

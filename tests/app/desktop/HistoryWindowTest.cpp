@@ -78,8 +78,12 @@ class HistoryWindowTest : public ::testing::Test {
   }
   void TearDown() override { stop(); }
 
-  QString databasePath() const { return home_.filePath(QStringLiteral("data/Tintwell/history.sqlite")); }
-  QString settingsPath() const { return home_.filePath(QStringLiteral("config/Orlo/Tintwell.conf")); }
+  QString databasePath() const {
+    return home_.filePath(QStringLiteral("data/Tintwell/history.sqlite"));
+  }
+  QString settingsPath() const {
+    return home_.filePath(QStringLiteral("config/Orlo/Tintwell.conf"));
+  }
   void writeSettings(const QByteArray& text) {
     QDir().mkpath(home_.filePath(QStringLiteral("config/Orlo")));
     QFile file(settingsPath());
@@ -92,8 +96,9 @@ class HistoryWindowTest : public ::testing::Test {
     parts.central = [](pen::CentralDelegate* d, QThread* q) {
       return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
     };
-    parts.host = std::make_shared<WineHostDescription>(std::make_shared<FixedApplicationLister>(
-        std::vector<RunningApplication>{{QStringLiteral("gimp"), QStringLiteral("/usr/bin/gimp")}}));
+    parts.host = std::make_shared<WineHostDescription>(
+        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{
+            {QStringLiteral("gimp"), QStringLiteral("/usr/bin/gimp")}}));
     parts.alerts = std::make_shared<SilentAlertPresenter>();
     parts.transport = std::make_shared<IdleTransport>();
     parts.colorHelper = [this] {
@@ -381,7 +386,8 @@ TEST_F(HistoryWindowTest, RecentColourButtonsStayHiddenUnlessTheirOptionIsOn) {
   EXPECT_EQ(panel_->btnColor1->accessibleName(), "Recent colour #050505");
   EXPECT_EQ(panel_->btnColor4->accessibleName(), "Recent colour #020202");
   postPenColour(9, 9, 9);
-  ASSERT_TRUE(waitFor([&] { return panel_->btnColor1->accessibleName() == "Recent colour #090909"; }));
+  ASSERT_TRUE(
+      waitFor([&] { return panel_->btnColor1->accessibleName() == "Recent colour #090909"; }));
   EXPECT_EQ(panel_->btnColor2->accessibleName(), "Recent colour #050505");
 
   // A click sends it again.
@@ -411,7 +417,8 @@ TEST_F(HistoryWindowTest, ADamagedDatabaseIsSetAsideReportedOnceAndThePanelGoesO
   ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#040506"; }));
   ASSERT_TRUE(store()->flush());
   ASSERT_TRUE(waitFor([&] { return panel_->hostMessage->isVisible(); }));
-  EXPECT_TRUE(panel_->hostMessage->text().startsWith("History: ")) << panel_->hostMessage->text().toStdString();
+  EXPECT_TRUE(panel_->hostMessage->text().startsWith("History: "))
+      << panel_->hostMessage->text().toStdString();
   EXPECT_FALSE(store()->setAsidePath().isEmpty());
   QFile aside(store()->setAsidePath());
   ASSERT_TRUE(aside.open(QIODevice::ReadOnly));
@@ -439,7 +446,6 @@ TEST_F(HistoryWindowTest, ThePreferencesWindowSwitchesTheHistoryOptions) {
   EXPECT_TRUE(onDisk().empty());
 }
 
-
 TEST_F(HistoryWindowTest, ColourNamesStayOffByDefaultAndALibraryChoiceShowsNothing) {
   start();
   postPenColour(255, 99, 71);
@@ -452,8 +458,7 @@ TEST_F(HistoryWindowTest, ColourNamesStayOffByDefaultAndALibraryChoiceShowsNothi
   EXPECT_EQ(panel_->logic().preferences().nameLibrary(), 1);
   EXPECT_FALSE(panel_->colorName->isVisible());
   EXPECT_TRUE(panel_->colorName->text().isEmpty());
-  EXPECT_EQ(QSettings(settingsPath(), QSettings::IniFormat).value("names/library").toString(),
-            "1");
+  EXPECT_EQ(QSettings(settingsPath(), QSettings::IniFormat).value("names/library").toString(), "1");
 }
 
 TEST_F(HistoryWindowTest, WithNamesOnThePanelNamesEachColourFromTheChosenLibrary) {

@@ -47,9 +47,10 @@ TEST(NameLibraries, ImportedFilesFollowSortedByName) {
   ASSERT_TRUE(copied.has_value()) << error.toStdString();
   EXPECT_EQ(*copied, home.filePath(QStringLiteral("Tintwell/libraries/brand.csv")));
   ASSERT_TRUE(libraries.importFile(a).has_value());
-  EXPECT_EQ(libraries.titles(),
-            QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names"),
-                         QStringLiteral("Tango"), QStringLiteral("Autumn"), QStringLiteral("brand")}));
+  EXPECT_EQ(
+      libraries.titles(),
+      QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names"),
+                   QStringLiteral("Tango"), QStringLiteral("Autumn"), QStringLiteral("brand")}));
   EXPECT_EQ(libraries.count(), 5);
   const auto autumn = libraries.library(3);
   ASSERT_TRUE(autumn.has_value());
@@ -116,9 +117,10 @@ TEST(NameLibraries, GimpAndSwatchExchangePalettesImportAndList) {
   ASSERT_TRUE(libraries.importFile(ase, &error).has_value()) << error.toStdString();
   // A file that is none of the three stays out of the list.
   write(home, QStringLiteral("notes.txt"), "name,hex\nx,#000000\n");
-  EXPECT_EQ(libraries.titles(),
-            QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names"),
-                         QStringLiteral("Tango"), QStringLiteral("Autumn"), QStringLiteral("brand")}));
+  EXPECT_EQ(
+      libraries.titles(),
+      QStringList({QStringLiteral("CSS named colours"), QStringLiteral("X11 colour names"),
+                   QStringLiteral("Tango"), QStringLiteral("Autumn"), QStringLiteral("brand")}));
   for (int row : {3, 4}) {
     SCOPED_TRACE(row);
     const auto library = libraries.library(row, &error);
