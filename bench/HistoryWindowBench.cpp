@@ -107,7 +107,7 @@ void benchWindow(int opens) {
     timer.start();
     auto window = std::make_unique<HistoryWindow>(panel);
     window->show();
-    QTest::qWaitForWindowExposed(window.get());
+    if (!QTest::qWaitForWindowExposed(window.get())) std::fputs("window not exposed\n", stderr);
     window->repaint();
     openMs.push_back(timer.nsecsElapsed() / 1e6);
     rows = window->model().rowCount();

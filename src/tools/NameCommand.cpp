@@ -35,22 +35,14 @@ const char kUsage[] =
     "Options:\n"
     "  --library LIB  css: the 148 CSS named colours (the default);\n"
     "                 x11: the X11 colour names;\n"
-    "                 tango: the 27 colours of the Tango palette;
-    "
-    "                 a FILE ending in .gpl (GIMP palette) or .ase (Adobe Swatch
-    "
-    "                 Exchange), in any case, gives its named swatches in file order;
-    "
-    "                 any other FILE is CSV with a header row, a \"name\" column
-    "
-    "                 and either \"hex\" or \"red\", \"green\", \"blue\" columns (optional
-    "
-    "                 \"abbr\" or \"code\"). Rows or swatches without a name or a valid
-    "
-    "                 colour are left out, and how many is said on standard error. A
-    "
-    "                 file called css, x11 or tango is reached as ./css, ./x11 or ./tango.
-    "
+    "                 tango: the 27 colours of the Tango palette;\n"
+    "                 a FILE ending in .gpl (GIMP palette) or .ase (Adobe Swatch\n"
+    "                 Exchange), in any case, gives its named swatches in file order;\n"
+    "                 any other FILE is CSV with a header row, a \"name\" column\n"
+    "                 and either \"hex\" or \"red\", \"green\", \"blue\" columns (optional\n"
+    "                 \"abbr\" or \"code\"). Rows or swatches without a name or a valid\n"
+    "                 colour are left out, and how many is said on standard error. A\n"
+    "                 file called css, x11 or tango is reached as ./css, ./x11 or ./tango.\n"
     "  -n N           How many names, 1 or more (fewer when the library is smaller).\n"
     "  --help         Show this text.\n"
     "\n"

@@ -364,8 +364,7 @@ TEST_F(HistoryWindowTest, AnExportedPaletteImportsBackWithItsNames) {
   for (const auto& entry : disk) {
     if (entry.source != history::Source::Imported) continue;
     ++imported;
-    if (entry.red == 0x44) EXPECT_EQ(entry.alias, "Slate");
-    if (entry.red == 0x11) EXPECT_EQ(entry.alias, "");
+    EXPECT_EQ(entry.alias, entry.red == 0x44 ? QStringLiteral("Slate") : QString());
   }
   EXPECT_EQ(imported, 2);
 }
