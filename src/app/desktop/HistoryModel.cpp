@@ -3,6 +3,7 @@
 #include <QColor>
 #include <QDateTime>
 #include <QMimeData>
+#include <QSet>
 #include <algorithm>
 
 #include "app/desktop/ColorTransfer.h"
@@ -42,14 +43,97 @@ bool hexStartsWith(quint32 rgb, const QByteArray& digits) {
 
 }  // namespace
 
-HistoryModel::HistoryModel(QObject* parent) : QAbstractTableModel(parent) {}
+HistoryModel::HistoryModel(QObject* parent) : QAbstractTableModel(parent) {
+  namesTimer_ = new QTimer(this);
+  namesTimer_->setInterval(50);
+  connect(namesTimer_, &QTimer::timeout, this, &HistoryModel::takeNames);
+}
+
+HistoryModel::~HistoryModel() { stopNaming(); }
 
 void HistoryModel::setEntries(std::vector<history::Entry> entries) {
   beginResetModel();
   entries_ = std::move(entries);
   rebuildShown();
   endResetModel();
+  startNaming();
 }
+
+void HistoryModel::stopNaming() {
+  if (!naming_.joinable()) return;
+  stopNaming_ = true;
+  naming_.join();
+  stopNaming_ = false;
+  namesTimer_->stop();
+}
+
+void HistoryModel::startNaming() {
+  stopNaming();
+  {
+    std::lock_guard lock(namedMutex_);
+    named_.clear();
+  }
+  std::vector<quint32> keys;
+  if (namer_) {
+    QSet<quint32> seen;
+    for (const history::Entry& entry : entries_) {
+      const quint32 key = packed(entry);
+      if (!names_.contains(key) && !seen.contains(key)) {
+        seen.insert(key);
+        keys.push_back(key);
+      }
+    }
+  }
+  if (keys.empty()) {
+    namesReady_ = true;
+    return;
+  }
+  namesReady_ = false;
+  {
+    std::lock_guard lock(namedMutex_);
+    namingDone_ = false;
+  }
+  naming_ = std::thread([this, keys = std::move(keys), namer = namer_] {
+    std::vector<std::pair<quint32, NamedColor>> batch;
+    const auto hand = [&](bool last) {
+      std::lock_guard lock(namedMutex_);
+      named_.insert(named_.end(), batch.begin(), batch.end());
+      batch.clear();
+      if (last) namingDone_ = true;
+    };
+    for (const quint32 key : keys) {
+      if (stopNaming_) break;
+      batch.emplace_back(key, namer(int(key >> 16), int((key >> 8) & 0xFF), int(key & 0xFF)));
+      if (batch.size() == 1024) hand(false);
+    }
+    hand(true);
+  });
+  namesTimer_->start();
+}
+
+void HistoryModel::takeNames() {
+  std::vector<std::pair<quint32, NamedColor>> found;
+  bool done = false;
+  {
+    std::lock_guard lock(namedMutex_);
+    found.swap(named_);
+    done = namingDone_;
+  }
+  for (const auto& [key, named] : found) names_.insert(key, named);
+  if (!done) return;
+  namesTimer_->stop();
+  namesReady_ = true;
+  // A search by name may now find more.
+  if (!search_.isEmpty() && !search_.startsWith(QLatin1Char('#'))) {
+    beginResetModel();
+    rebuildShown();
+    endResetModel();
+  } else if (!shown_.empty()) {
+    Q_EMIT dataChanged(index(0, Name), index(rowCount() - 1, Name));
+  }
+}
+
+bool HistoryModel::namesReady() const { return namesReady_; }
 
 void HistoryModel::prepend(const history::Entry& entry) {
   // A commit reported after the window read the history is already here.
@@ -60,6 +144,7 @@ void HistoryModel::prepend(const history::Entry& entry) {
   // Row indices point into entries_, which grows at its front: shift them.
   entries_.insert(entries_.begin(), entry);
   for (int& index : shown_) ++index;
+  nameOf(entry.red, entry.green, entry.blue);  // so a search by name finds it
   if (!matches(entry)) return;
   beginInsertRows(QModelIndex(), 0, 0);
   shown_.insert(shown_.begin(), 0);
@@ -67,11 +152,13 @@ void HistoryModel::prepend(const history::Entry& entry) {
 }
 
 void HistoryModel::setNamer(Namer namer) {
+  stopNaming();
   beginResetModel();
   namer_ = std::move(namer);
   names_.clear();
   rebuildShown();
   endResetModel();
+  startNaming();
 }
 
 void HistoryModel::setSearch(const QString& text) {
@@ -94,9 +181,13 @@ void HistoryModel::rebuildShown() {
 bool HistoryModel::matches(const history::Entry& entry) const {
   if (search_.isEmpty()) return true;
   if (!searchHex_.isEmpty() && hexStartsWith(packed(entry), searchHex_)) return true;
+  // "#..." asks for a hex.
+  if (search_.startsWith(QLatin1Char('#'))) return false;
   if (entry.alias.contains(search_, Qt::CaseInsensitive)) return true;
-  if (!namer_) return false;
-  return nameOf(entry.red, entry.green, entry.blue).name.contains(search_, Qt::CaseInsensitive);
+  // Only names already worked out: computing them here would make the first
+  // search over a long history wait for all of them.
+  const auto named = names_.constFind(packed(entry));
+  return named != names_.constEnd() && named->name.contains(search_, Qt::CaseInsensitive);
 }
 
 HistoryModel::NamedColor HistoryModel::nameOf(int red, int green, int blue) const {

@@ -3,7 +3,12 @@
 #include <QAbstractTableModel>
 #include <QHash>
 #include <QString>
+#include <QTimer>
+#include <atomic>
 #include <functional>
+#include <mutex>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "library/history/HistoryEntry.h"
@@ -11,9 +16,10 @@
 namespace tw {
 
 // The history as the history window shows it: one row per colour, newest
-// first, narrowed by a search text. Notations and names are worked out only
-// for the rows that are drawn (names are kept per colour once known), so a
-// history of 100,000 colours opens as fast as its rows can be read.
+// first, narrowed by a search text. Notations are worked out only for the rows
+// that are drawn, and names are worked out on a thread of their own once the
+// rows are in (kept per colour), so a history of 100,000 colours opens as fast
+// as its rows can be read and a search by name never waits for them.
 class HistoryModel : public QAbstractTableModel {
   Q_OBJECT
 
@@ -27,9 +33,11 @@ class HistoryModel : public QAbstractTableModel {
     QString name;
     double deltaE = 0;
   };
+  // Called from the naming thread as well as the main thread.
   using Namer = std::function<NamedColor(int red, int green, int blue)>;
 
   explicit HistoryModel(QObject* parent = nullptr);
+  ~HistoryModel() override;
 
   // Replaces every row (newest first, as the store gives them).
   void setEntries(std::vector<history::Entry> entries);
@@ -39,8 +47,9 @@ class HistoryModel : public QAbstractTableModel {
   // Another library: names are worked out again.
   void setNamer(Namer namer);
   // Rows whose hex starts with the text's hex digits (with or without "#"),
-  // or whose own name or nearest name contains it (case ignored). Empty shows
-  // everything.
+  // or, for a text not starting with "#", whose own name or nearest name
+  // contains it (case ignored). A nearest name counts once it has been worked
+  // out; the search is run again when all are. Empty shows everything.
   void setSearch(const QString& text);
   const QString& search() const { return search_; }
 
@@ -49,6 +58,8 @@ class HistoryModel : public QAbstractTableModel {
   int totalCount() const { return static_cast<int>(entries_.size()); }
   // The nearest name of a colour (through the cache).
   NamedColor nameOf(int red, int green, int blue) const;
+  // Whether every colour's name has been worked out.
+  bool namesReady() const;
 
   // Edits of the shown copies once the store has taken them.
   void setStarred(qint64 id, bool starred);
@@ -75,6 +86,11 @@ class HistoryModel : public QAbstractTableModel {
   bool matches(const history::Entry& entry) const;
   void rebuildShown();
   int shownRowOf(qint64 id) const;
+  // Names every colour not yet named, on the naming thread.
+  void startNaming();
+  void stopNaming();
+  // Main thread: takes what the naming thread has found.
+  void takeNames();
 
   std::vector<history::Entry> entries_;  // newest first
   std::vector<int> shown_;               // indices into entries_
@@ -82,7 +98,15 @@ class HistoryModel : public QAbstractTableModel {
   // The search as hex digits, lower case; empty when it is not hex.
   QByteArray searchHex_;
   Namer namer_;
-  mutable QHash<quint32, NamedColor> names_;
+  mutable QHash<quint32, NamedColor> names_;  // main thread
+
+  std::thread naming_;
+  std::atomic<bool> stopNaming_{false};
+  std::mutex namedMutex_;
+  std::vector<std::pair<quint32, NamedColor>> named_;  // guarded by namedMutex_
+  bool namingDone_ = true;                             // guarded by namedMutex_
+  bool namesReady_ = true;                             // main thread
+  QTimer* namesTimer_;
 };
 
 }  // namespace tw

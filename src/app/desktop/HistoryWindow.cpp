@@ -151,10 +151,18 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
 
 void HistoryWindow::useActiveNames() {
   namesRow_ = logic_.preferences().nameLibrary();
-  model_->setNamer([this](int red, int green, int blue) -> HistoryModel::NamedColor {
-    const auto match = logic_.nearestName(red, green, blue);
-    if (!match) return {};
-    return {match->entry.name, match->deltaE};
+  // A copy: the model names colours on a thread of its own, and the library
+  // is immutable.
+  const names::NameLibrary* active = logic_.activeNameLibrary();
+  if (!active) {
+    model_->setNamer({});
+    return;
+  }
+  model_->setNamer([library = std::make_shared<const names::NameLibrary>(*active)](
+                       int red, int green, int blue) -> HistoryModel::NamedColor {
+    const std::vector<names::NameMatch> matches = library->nearest(red, green, blue, 1);
+    if (matches.empty()) return {};
+    return {matches.front().entry.name, matches.front().deltaE};
   });
 }
 

@@ -498,9 +498,32 @@ TEST_F(HistoryWindowTest, TheHistoryNamesColoursFromTheChosenLibraryEvenWithTheP
   ASSERT_TRUE(window->model().setData(window->model().index(0, HistoryModel::Name), "Brick"));
   EXPECT_EQ(window->model().index(0, HistoryModel::Name).data().toString(),
             "Brick · tomato (ΔE00 0.0)");
+  ASSERT_TRUE(waitFor([&] { return window->model().namesReady(); }));
   window->searchField()->setText("TOMA");
   EXPECT_EQ(window->model().rowCount(), 1);
   window->searchField()->setText("lavender");
+  EXPECT_EQ(window->model().rowCount(), 0);
+}
+
+TEST_F(HistoryWindowTest, ASearchByNameFindsColoursNamedOnTheNamingThreadAndHashMeansHex) {
+  start();
+  postPenColour(255, 99, 71);    // tomato
+  postPenColour(250, 128, 114);  // salmon
+  postPenColour(0xFA, 0xAB, 0xCD);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#FAABCD"; }));
+  ASSERT_TRUE(store()->flush());
+  // Opened after the commits: the window reads them and names them on its
+  // naming thread; the search is run again once the names are in.
+  HistoryWindow* window = openWithKeys();
+  window->searchField()->setText("salmon");
+  ASSERT_TRUE(waitFor([&] { return window->model().namesReady(); }));
+  EXPECT_EQ(shownHexes(window), (QStringList{"#FA8072"}));
+  // Letters that are hex digits: both a hex start and a name.
+  window->searchField()->setText("fa");
+  EXPECT_EQ(shownHexes(window), (QStringList{"#FAABCD", "#FA8072"}));
+  window->searchField()->setText("#fa");
+  EXPECT_EQ(shownHexes(window), (QStringList{"#FAABCD", "#FA8072"}));
+  window->searchField()->setText("#tomato");
   EXPECT_EQ(window->model().rowCount(), 0);
 }
 
