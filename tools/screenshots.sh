@@ -175,8 +175,9 @@ until window=$(xdotool search --onlyvisible --name '^Tintwell$' 2>/dev/null | he
 done
 shot panel-after-pick.png "$window"
 
-# --- 6. The history window: more pen colours, then Ctrl+H, the pen's first
-# colour and the screen pick selected for their difference ---
+# --- 6. The history window: more pen colours, then Ctrl+H, and the pen's
+# reading of the background's green selected with the screen pick of it, for
+# their difference ---
 readonly more_colours=("0x02 0x1E 0x5A 0x9C" "0x03 0xC8 0x10 0x2E" "0x04 0xF2 0xC9 0x4C"
   "0x05 0x6B 0x4E 0x9B" "0x06 0x2F 0x9E 0x6F")
 for colour in "${more_colours[@]}"; do
@@ -195,13 +196,13 @@ until history=$(xdotool search --onlyvisible --name '^Colour History$' 2>/dev/nu
 done
 xdotool windowmove --sync "$history" 10 10 2>/dev/null || true
 sleep 0.5
-# Rows are 26 px under a header about 24 px high, newest first: the screen
-# pick is row 5, the pen's first colour row 6. Clicked on the time column,
+# Rows are 26 px, the first 57 px below the window's top, newest first: the
+# pen's green is row 0, the screen pick row 5. Clicked on the source column,
 # away from the swatch (a click there sends the colour again).
 eval "$(xdotool getwindowgeometry --shell "$history")"
-row_y() { echo $((Y + 9 + 24 + 26 * $1 + 13)); }
-xdotool mousemove $((X + 860)) "$(row_y 5)" click 1
-xdotool keydown ctrl mousemove $((X + 860)) "$(row_y 6)" click 1 keyup ctrl
+row_y() { echo $((Y + 57 + 26 * $1 + 13)); }
+xdotool mousemove $((X + 700)) "$(row_y 0)" click 1
+xdotool keydown ctrl mousemove $((X + 700)) "$(row_y 5)" click 1 keyup ctrl
 shot history-window.png "$history"
 
 printf '%s\n' "${written[@]}"

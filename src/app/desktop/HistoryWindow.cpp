@@ -64,7 +64,7 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   table_->verticalHeader()->setDefaultSectionSize(26);
   table_->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
   table_->horizontalHeader()->setStretchLastSection(false);
-  const int widths[] = {100, 200, 100, 120, 100, 130, 60, 150, 30};
+  const int widths[] = {92, 166, 84, 92, 84, 112, 54, 142, 26};
   for (int column = 0; column < HistoryModel::ColumnCount; ++column)
     table_->setColumnWidth(column, widths[column]);
   table_->setIconSize(QSize(20, 20));
@@ -102,7 +102,7 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   layout->addLayout(top);
   layout->addWidget(table_, 1);
   layout->addLayout(bottom);
-  resize(1040, 520);
+  resize(884, 480);
 
   const auto addKey = [this](const QKeySequence& keys, auto slot) {
     auto* action = new QAction(this);
