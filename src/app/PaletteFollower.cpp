@@ -10,14 +10,6 @@ namespace {
 
 constexpr auto kQuietPeriod = std::chrono::seconds(1);
 
-QString hexOf(const history::Entry& entry) {
-  return QStringLiteral("#%1%2%3")
-      .arg(entry.red, 2, 16, QLatin1Char('0'))
-      .arg(entry.green, 2, 16, QLatin1Char('0'))
-      .arg(entry.blue, 2, 16, QLatin1Char('0'))
-      .toUpper();
-}
-
 }  // namespace
 
 PaletteFollower::PaletteFollower(std::shared_ptr<history::HistoryStore> store, Writer write)
@@ -54,8 +46,7 @@ palette::Palette PaletteFollower::paletteOf(const std::vector<history::Entry>& e
   for (const history::Entry& entry : entries) {
     if (entry.starred ? starsLeft == 0 : others == 0) continue;
     --(entry.starred ? starsLeft : others);
-    result.swatches.push_back(
-        {entry.alias.isEmpty() ? hexOf(entry) : entry.alias, entry.red, entry.green, entry.blue});
+    result.swatches.push_back({history::paletteName(entry), entry.red, entry.green, entry.blue});
   }
   return result;
 }

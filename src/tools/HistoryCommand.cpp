@@ -58,14 +58,6 @@ int usageError(const char* command, const QString& message) {
   return 2;
 }
 
-QString hexOf(const history::Entry& entry) {
-  return QStringLiteral("#%1%2%3")
-      .arg(entry.red, 2, 16, QLatin1Char('0'))
-      .arg(entry.green, 2, 16, QLatin1Char('0'))
-      .arg(entry.blue, 2, 16, QLatin1Char('0'))
-      .toUpper();
-}
-
 // A CSV field for the table reader: as it is unless it holds the separator,
 // a quote or a line break; then in quotes with inner quotes doubled.
 QString csvField(const QString& text) {
@@ -181,7 +173,7 @@ int runHistoryCommand(int argc, char** argv) {
       out += "{\"id\": " + QByteArray::number(entry.id) +
              ", \"time\": " + json::quote(time, false) +
              ", \"source\": " + json::quote(history::sourceName(entry.source), false) +
-             ", \"hex\": " + json::quote(hexOf(entry), false) +
+             ", \"hex\": " + json::quote(history::hexOf(entry), false) +
              ", \"red\": " + QByteArray::number(entry.red) +
              ", \"green\": " + QByteArray::number(entry.green) +
              ", \"blue\": " + QByteArray::number(entry.blue) +
@@ -198,7 +190,7 @@ int runHistoryCommand(int argc, char** argv) {
       const QStringList fields{QString::number(entry.id),
                                time,
                                history::sourceName(entry.source),
-                               hexOf(entry),
+                               history::hexOf(entry),
                                QString::number(entry.red),
                                QString::number(entry.green),
                                QString::number(entry.blue),
@@ -220,7 +212,7 @@ int runHistoryCommand(int argc, char** argv) {
           .replace(QLatin1Char('\n'), QLatin1Char(' '))
           .replace(QLatin1Char('\r'), QLatin1Char(' '));
       out += (time + QLatin1Char('\t') + history::sourceName(entry.source) + QLatin1Char('\t') +
-              hexOf(entry) + QLatin1Char('\t') +
+              history::hexOf(entry) + QLatin1Char('\t') +
               (entry.starred ? QLatin1Char('*') : QLatin1Char('-')) + QLatin1Char('\t') + alias)
                  .toUtf8() +
              '\n';
@@ -269,8 +261,7 @@ int runExportCommand(int argc, char** argv) {
   result.name = QStringLiteral("Tintwell");
   for (const history::Entry& entry : *entries) {
     if (starredOnly && !entry.starred) continue;
-    result.swatches.push_back(
-        {entry.alias.isEmpty() ? hexOf(entry) : entry.alias, entry.red, entry.green, entry.blue});
+    result.swatches.push_back({history::paletteName(entry), entry.red, entry.green, entry.blue});
   }
   const QByteArray bytes = palette::writePalette(result, *format);
   if (!file || *file == QLatin1String("-")) return writeAll(stdout, bytes) ? 0 : 1;

@@ -17,10 +17,6 @@ quint32 packed(const history::Entry& entry) {
   return (quint32(entry.red) << 16) | (quint32(entry.green) << 8) | quint32(entry.blue);
 }
 
-QString hexOf(const history::Entry& entry) {
-  return QStringLiteral("#%1").arg(packed(entry), 6, 16, QLatin1Char('0')).toUpper();
-}
-
 // Lower-case hex digits of a search, without the "#"; empty if it is not one.
 QByteArray hexDigits(const QString& text) {
   QString digits = text;
@@ -253,7 +249,7 @@ QVariant HistoryModel::data(const QModelIndex& index, int role) const {
   if (role != Qt::DisplayRole) return {};
   switch (column) {
     case Colour:
-      return hexOf(entry);
+      return history::hexOf(entry);
     case Name: {
       const NamedColor named = nameOf(entry.red, entry.green, entry.blue);
       QString nearest;
@@ -343,7 +339,7 @@ QMimeData* HistoryModel::mimeData(const QModelIndexList& indexes) const {
   const history::Entry& first = entryAt(rows.front());
   QMimeData* data = colorMimeData(QColor(first.red, first.green, first.blue));
   QStringList hexes;
-  for (int row : rows) hexes << hexOf(entryAt(row));
+  for (int row : rows) hexes << history::hexOf(entryAt(row));
   data->setText(hexes.join(QLatin1Char('\n')));
   return data;
 }

@@ -20,14 +20,6 @@ namespace tw {
 
 namespace {
 
-QString hexOf(const history::Entry& entry) {
-  return QStringLiteral("#%1%2%3")
-      .arg(entry.red, 2, 16, QLatin1Char('0'))
-      .arg(entry.green, 2, 16, QLatin1Char('0'))
-      .arg(entry.blue, 2, 16, QLatin1Char('0'))
-      .toUpper();
-}
-
 ColorStruct colorOf(const history::Entry& entry) {
   return ColorStruct::fromChannels(entry.red, entry.green, entry.blue);
 }
@@ -221,7 +213,7 @@ void HistoryWindow::pushRow(int row) {
   if (row < 0 || row >= model_->rowCount()) return;
   const history::Entry& entry = model_->entryAt(row);
   logic_.pushAgain(colorOf(entry));
-  message_->setText(tr("%1 sent to the design applications").arg(hexOf(entry)));
+  message_->setText(tr("%1 sent to the design applications").arg(history::hexOf(entry)));
 }
 
 QString HistoryWindow::differenceText(const history::Entry& first, const history::Entry& second) {
@@ -232,7 +224,7 @@ QString HistoryWindow::differenceText(const history::Entry& first, const history
   const double difference = deltaE2000(lab(first), lab(second));
   return QStringLiteral("ΔE00 %1 between %2 (%3) and %4 (%5)")
       .arg(difference, 0, 'f', 2)
-      .arg(hexOf(first), history::sourceName(first.source), hexOf(second),
+      .arg(history::hexOf(first), history::sourceName(first.source), history::hexOf(second),
            history::sourceName(second.source));
 }
 
@@ -251,7 +243,7 @@ void HistoryWindow::showSelectionStatus() {
   } else if (entries.size() > 2) {
     status_->setText(tr("%1 colours selected").arg(entries.size()));
   } else if (entries.size() == 1) {
-    status_->setText(hexOf(entries[0]));
+    status_->setText(history::hexOf(entries[0]));
   } else {
     status_->clear();
   }
@@ -261,8 +253,7 @@ palette::Palette HistoryWindow::paletteOf(const std::vector<history::Entry>& ent
   palette::Palette result;
   result.name = QStringLiteral("Tintwell");
   for (const history::Entry& entry : entries)
-    result.swatches.push_back(
-        {entry.alias.isEmpty() ? hexOf(entry) : entry.alias, entry.red, entry.green, entry.blue});
+    result.swatches.push_back({history::paletteName(entry), entry.red, entry.green, entry.blue});
   return result;
 }
 
@@ -302,7 +293,8 @@ qint64 HistoryWindow::importFrom(const QString& path) {
     history::Entry entry{
         0, now, history::Source::Imported, swatch.red, swatch.green, swatch.blue, QString(), false};
     // A name that only repeats the hex is not the user's own.
-    if (swatch.name.compare(hexOf(entry), Qt::CaseInsensitive) != 0) entry.alias = swatch.name;
+    if (swatch.name.compare(history::hexOf(entry), Qt::CaseInsensitive) != 0)
+      entry.alias = swatch.name;
     entries.push_back(entry);
   }
   const qint64 added = store->importEntries(entries);

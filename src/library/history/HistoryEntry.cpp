@@ -21,4 +21,16 @@ std::optional<Source> sourceFromName(const QString& name) {
   return std::nullopt;
 }
 
+QString hexOf(const Entry& entry) {
+  return QStringLiteral("#%1%2%3")
+      .arg(entry.red, 2, 16, QLatin1Char('0'))
+      .arg(entry.green, 2, 16, QLatin1Char('0'))
+      .arg(entry.blue, 2, 16, QLatin1Char('0'))
+      .toUpper();
+}
+
+QString paletteName(const Entry& entry) {
+  return entry.alias.isEmpty() ? hexOf(entry) : entry.alias;
+}
+
 }  // namespace tw::history

@@ -30,4 +30,10 @@ struct Entry {
   friend bool operator==(const Entry&, const Entry&) = default;
 };
 
+// "#RRGGBB", upper case.
+QString hexOf(const Entry& entry);
+// What a colour is called in a palette file: the user's name for it, or its
+// hex.
+QString paletteName(const Entry& entry);
+
 }  // namespace tw::history
