@@ -273,6 +273,14 @@ void PanelLogic::rememberAccepted(const ColorStruct& color) {
 }
 
 void PanelLogic::showRecentColors() {
+  // At start, or when the option comes on, the buttons begin with the
+  // history's newest colours rather than empty.
+  if (preferences_.showRecentColors() && recentColors_.empty()) {
+    if (const auto store = history()) {
+      for (const history::Entry& entry : store->latest(static_cast<int>(kRecentColors)))
+        recentColors_.push_back(ColorStruct::fromChannels(entry.red, entry.green, entry.blue));
+    }
+  }
   view_.showRecentColors(preferences_.showRecentColors() ? recentColors_
                                                          : std::vector<ColorStruct>{});
 }

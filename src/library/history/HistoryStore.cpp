@@ -147,6 +147,7 @@ class HistoryStore::Worker {
 
   // The operations below run on the store's thread only.
   std::vector<Entry> readEntries(qint64 sinceMs);
+  std::vector<Entry> readLatest(int count);
   std::optional<Entry> readEntry(qint64 id);
   qint64 readCount();
   bool updateRow(const QString& sql, const QVariant& value, qint64 id);
@@ -597,6 +598,21 @@ std::vector<Entry> HistoryStore::Worker::readEntries(qint64 sinceMs) {
   return entries;
 }
 
+std::vector<Entry> HistoryStore::Worker::readLatest(int count) {
+  std::vector<Entry> entries;
+  if (count <= 0 || !ensureOpen()) return entries;
+  QSqlQuery query(*db_);
+  query.setForwardOnly(true);
+  query.prepare(kColumns + QStringLiteral("ORDER BY time_ms DESC, id DESC LIMIT ?"));
+  query.bindValue(0, count);
+  if (!query.exec()) {
+    fail(classify(query.lastError()));
+    return {};
+  }
+  while (query.next()) entries.push_back(rowToEntry(query));
+  return entries;
+}
+
 std::optional<std::vector<Entry>> HistoryStore::Worker::readAllDirectly() {
   const QVariant handle = db_->driver()->handle();
   if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) return std::nullopt;
@@ -768,6 +784,11 @@ bool HistoryStore::flush(int timeoutMs) { return worker_->flush(timeoutMs); }
 std::vector<Entry> HistoryStore::entries(qint64 sinceMs) const {
   Worker* worker = worker_.get();
   return worker->call([worker, sinceMs] { return worker->readEntries(sinceMs); });
+}
+
+std::vector<Entry> HistoryStore::latest(int count) const {
+  Worker* worker = worker_.get();
+  return worker->call([worker, count] { return worker->readLatest(count); });
 }
 
 std::optional<Entry> HistoryStore::entry(qint64 id) const {

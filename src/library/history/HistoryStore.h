@@ -64,6 +64,9 @@ class HistoryStore {
   // The committed colours, newest first (by time, then id), those accepted at
   // or after sinceMs. Safe from any thread.
   std::vector<Entry> entries(qint64 sinceMs = 0) const;
+  // The newest `count` committed colours, newest first (by the time index:
+  // cheap however long the history).
+  std::vector<Entry> latest(int count) const;
   std::optional<Entry> entry(qint64 id) const;
   qint64 count() const;
   // Edits of committed rows; false when the row is not there or the write

@@ -403,6 +403,19 @@ TEST_F(HistoryWindowTest, RecentColourButtonsStayHiddenUnlessTheirOptionIsOn) {
   EXPECT_FALSE(panel_->btnColor1->isVisible());
 }
 
+TEST_F(HistoryWindowTest, RecentColourButtonsStartWithTheHistorysNewestColours) {
+  start();
+  for (int i = 1; i <= 6; ++i) postPenColour(i, 0, 0);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#060000"; }));
+  ASSERT_TRUE(store()->flush());
+  stop();
+  writeSettings("[history]\nrecent=true\n");
+  start();
+  EXPECT_TRUE(panel_->btnColor4->isVisible());
+  EXPECT_EQ(panel_->btnColor1->accessibleName(), "Recent colour #060000");
+  EXPECT_EQ(panel_->btnColor4->accessibleName(), "Recent colour #030000");
+}
+
 TEST_F(HistoryWindowTest, ADamagedDatabaseIsSetAsideReportedOnceAndThePanelGoesOn) {
   QDir().mkpath(QFileInfo(databasePath()).path());
   {

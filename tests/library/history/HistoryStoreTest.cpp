@@ -141,6 +141,26 @@ TEST_F(HistoryStoreTest, ColoursSurviveReopeningNewestFirstWithEveryField) {
   EXPECT_TRUE(store.entries(3001).empty());
 }
 
+TEST_F(HistoryStoreTest, LatestGivesTheNewestColoursNewestFirst) {
+  HistoryStore store(at(path_));
+  EXPECT_TRUE(store.latest(4).empty());
+  store.append(colour(30, 7, 8, 9));
+  store.append(colour(10, 1, 2, 3));
+  store.append(colour(20, 4, 5, 6));
+  store.append(colour(20, 0, 0, 1));  // same time: the later row first
+  ASSERT_TRUE(store.flush());
+  const std::vector<Entry> latest = store.latest(3);
+  ASSERT_EQ(latest.size(), 3u);
+  EXPECT_EQ(latest[0].red, 7);
+  EXPECT_EQ(latest[1].blue, 1);
+  EXPECT_EQ(latest[2].red, 4);
+  EXPECT_EQ(store.latest(10).size(), 4u);
+  EXPECT_TRUE(store.latest(0).empty());
+  std::vector<Entry> all = store.entries();
+  all.resize(3);
+  EXPECT_EQ(latest, all);
+}
+
 TEST_F(HistoryStoreTest, EditsChangeOnlyTheRowsNamed) {
   HistoryStore store(at(path_));
   store.append(colour(10, 1, 2, 3));
