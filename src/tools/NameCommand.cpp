@@ -77,7 +77,7 @@ std::optional<std::array<int, 3>> parseHex(const char* text) {
   if (*text == '#') ++text;
   if (std::strlen(text) != 6) return std::nullopt;
   std::array<int, 3> rgb{};
-  for (int i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; ++i) {
     const int high = hexDigit(text[2 * i]);
     const int low = hexDigit(text[2 * i + 1]);
     if (high < 0 || low < 0) return std::nullopt;

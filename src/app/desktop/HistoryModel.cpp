@@ -31,7 +31,7 @@ QByteArray hexDigits(const QString& text) {
 bool hexStartsWith(quint32 rgb, const QByteArray& digits) {
   static const char kDigits[] = "0123456789abcdef";
   for (int i = 0; i < digits.size(); ++i) {
-    const int nibble = (rgb >> (20 - 4 * i)) & 0xF;
+    const quint32 nibble = (rgb >> (20 - 4 * i)) & 0xFU;
     if (kDigits[nibble] != digits[i]) return false;
   }
   return true;
@@ -191,7 +191,7 @@ HistoryModel::NamedColor HistoryModel::nameOf(int red, int green, int blue) cons
   const quint32 key = (quint32(red) << 16) | (quint32(green) << 8) | quint32(blue);
   const auto found = names_.constFind(key);
   if (found != names_.constEnd()) return *found;
-  const NamedColor named = namer_(red, green, blue);
+  NamedColor named = namer_(red, green, blue);
   names_.insert(key, named);
   return named;
 }

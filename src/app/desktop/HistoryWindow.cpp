@@ -198,6 +198,7 @@ void HistoryWindow::deleteSelection() {
   const auto store = logic_.history();
   if (!store) return;
   std::vector<qint64> ids;
+  ids.reserve(entries.size());
   for (const history::Entry& entry : entries) ids.push_back(entry.id);
   if (!store->remove(ids)) {
     message_->setText(tr("The colours could not be deleted"));

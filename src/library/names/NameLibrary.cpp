@@ -201,7 +201,7 @@ namespace {
 
 // A field as the user meant it: see loadCsvLibrary.
 QString unquoted(const QString& field) {
-  const QString trimmed = field.trimmed();
+  QString trimmed = field.trimmed();
   if (trimmed.size() >= 2 && trimmed.front() == u'"' && trimmed.back() == u'"') {
     QString inner = trimmed.mid(1, trimmed.size() - 2);
     inner.replace(QStringLiteral("\"\""), QStringLiteral("\""));

@@ -82,7 +82,8 @@ bool readName(Reader& in, QString& name) {
   const char* start = nullptr;
   if (!in.u16(units) || !in.bytes(qsizetype(units) * 2, start)) return false;
   name.resize(units);
-  for (quint16 i = 0; i < units; ++i) name[i] = QChar(qFromBigEndian<quint16>(start + 2 * i));
+  for (quint16 i = 0; i < units; ++i)
+    name[i] = QChar(qFromBigEndian<quint16>(start + 2 * qsizetype(i)));
   const qsizetype nul = name.indexOf(QChar(0));
   if (nul >= 0) name.truncate(nul);
   return true;
