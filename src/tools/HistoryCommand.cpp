@@ -1,10 +1,15 @@
 #include "tools/HistoryCommand.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QFile>
 #include <QRegularExpression>
-#include <QSaveFile>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "color/ColorNotations.h"
@@ -94,6 +99,32 @@ bool writeAll(FILE* out, const QByteArray& bytes) {
   return std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), out) ==
              static_cast<std::size_t>(bytes.size()) &&
          std::fflush(out) == 0;
+}
+
+// Writes beside FILE and renames over it, so a reader never sees half a
+// palette; the reason when it cannot. Plain POSIX: a QSaveFile is a QObject,
+// which without an application object leaves Qt's thread data behind.
+std::optional<std::string> writeFileAtomically(const QString& path, const QByteArray& bytes) {
+  const QByteArray target = QFile::encodeName(path);
+  QByteArray temporary = target + ".XXXXXX";
+  const int fd = mkstemp(temporary.data());
+  if (fd < 0) return std::string(std::strerror(errno));
+  const mode_t mask = umask(0);
+  umask(mask);
+  bool ok = fchmod(fd, 0666 & ~mask) == 0;
+  for (qsizetype done = 0; ok && done < bytes.size();) {
+    const ssize_t wrote = ::write(fd, bytes.constData() + done, std::size_t(bytes.size() - done));
+    if (wrote < 0 && errno == EINTR) continue;
+    ok = wrote > 0;
+    if (ok) done += wrote;
+  }
+  ok = ok && fsync(fd) == 0;
+  const int error = errno;
+  ok = (::close(fd) == 0) && ok;
+  if (ok && std::rename(temporary.constData(), target.constData()) == 0) return std::nullopt;
+  const std::string reason = std::strerror(ok ? errno : error);
+  ::unlink(temporary.constData());
+  return reason;
 }
 
 bool isHelp(const char* arg) {
@@ -265,10 +296,9 @@ int runExportCommand(int argc, char** argv) {
   }
   const QByteArray bytes = palette::writePalette(result, *format);
   if (!file || *file == QLatin1String("-")) return writeAll(stdout, bytes) ? 0 : 1;
-  QSaveFile out(*file);
-  if (!out.open(QIODevice::WriteOnly) || out.write(bytes) != bytes.size() || !out.commit()) {
+  if (const auto problem = writeFileAtomically(*file, bytes)) {
     std::fprintf(stderr, "tintwell export: cannot write %s: %s\n", file->toUtf8().constData(),
-                 out.errorString().toUtf8().constData());
+                 problem->c_str());
     return 1;
   }
   return 0;
