@@ -15,6 +15,7 @@
 
 #include "common/Json.h"
 #include "library/CSwiftV.h"
+#include "tools/CommandLine.h"
 
 namespace tw {
 
@@ -52,21 +53,6 @@ struct Options {
   std::optional<QStringList> headers;
   std::optional<QString> file;
 };
-
-// Accepts "--name VALUE" and "--name=VALUE"; returns the value or nothing when
-// `arg` is not this option. Sets `missing` when the value is absent.
-std::optional<QString> optionValue(const char* name, int argc, char** argv, int& i, bool& missing) {
-  const char* arg = argv[i];
-  const std::size_t length = std::strlen(name);
-  if (std::strncmp(arg, name, length) != 0) return std::nullopt;
-  if (arg[length] == '=') return QString::fromUtf8(arg + length + 1);
-  if (arg[length] != '\0') return std::nullopt;
-  if (i + 1 >= argc) {
-    missing = true;
-    return std::nullopt;
-  }
-  return QString::fromUtf8(argv[++i]);
-}
 
 // All of FILE, or of standard input without one; on failure, why (the
 // system's words, as other command-line tools print them).

@@ -16,6 +16,7 @@
 #include "common/Json.h"
 #include "library/history/HistoryStore.h"
 #include "library/palette/Palette.h"
+#include "tools/CommandLine.h"
 
 namespace tw {
 
@@ -168,22 +169,20 @@ int runHistoryCommand(int argc, char** argv) {
       std::fputs(kHistoryUsage, stdout);
       return 0;
     }
+    bool missing = false;
     if (std::strcmp(arg, "--json") == 0 || std::strcmp(arg, "--csv") == 0) {
       const Output chosen = arg[2] == 'j' ? Output::Json : Output::Csv;
       if (output != Output::Plain && output != chosen)
         return usageError("history", QStringLiteral("--json and --csv exclude each other"));
       output = chosen;
-    } else if (std::strcmp(arg, "--since") == 0 || std::strcmp(arg, "--database") == 0) {
-      if (i + 1 >= argc)
-        return usageError("history", QStringLiteral("%1 needs a value").arg(QLatin1String(arg)));
-      const QString value = QString::fromLocal8Bit(argv[++i]);
-      if (arg[2] == 'd') {
-        path = value;
-        continue;
-      }
-      const auto since = parseSince(value, QDateTime::currentDateTime());
-      if (!since) return usageError("history", QStringLiteral("not a time: ") + value);
+    } else if (auto database = optionValue("--database", argc, argv, i, missing)) {
+      path = *database;
+    } else if (auto value = optionValue("--since", argc, argv, i, missing)) {
+      const auto since = parseSince(*value, QDateTime::currentDateTime());
+      if (!since) return usageError("history", QStringLiteral("not a time: ") + *value);
       sinceMs = since->toMSecsSinceEpoch();
+    } else if (missing) {
+      return usageError("history", QStringLiteral("%1 needs a value").arg(QLatin1String(arg)));
     } else {
       return usageError("history",
                         QStringLiteral("unexpected argument: ") + QString::fromLocal8Bit(arg));
@@ -263,19 +262,17 @@ int runExportCommand(int argc, char** argv) {
       std::fputs(kExportUsage, stdout);
       return 0;
     }
+    bool missing = false;
     if (std::strcmp(arg, "--starred") == 0) {
       starredOnly = true;
-    } else if (std::strcmp(arg, "--format") == 0 || std::strcmp(arg, "--database") == 0) {
-      if (i + 1 >= argc)
-        return usageError("export", QStringLiteral("%1 needs a value").arg(QLatin1String(arg)));
-      const QString value = QString::fromLocal8Bit(argv[++i]);
-      if (arg[2] == 'd') {
-        path = value;
-        continue;
-      }
-      format = palette::formatFromName(value);
-      if (!format || value.contains(QLatin1Char('.')))
-        return usageError("export", QStringLiteral("unknown format: ") + value);
+    } else if (auto database = optionValue("--database", argc, argv, i, missing)) {
+      path = *database;
+    } else if (auto value = optionValue("--format", argc, argv, i, missing)) {
+      format = palette::formatFromName(*value);
+      if (!format || value->contains(QLatin1Char('.')))
+        return usageError("export", QStringLiteral("unknown format: ") + *value);
+    } else if (missing) {
+      return usageError("export", QStringLiteral("%1 needs a value").arg(QLatin1String(arg)));
     } else if (arg[0] == '-' && arg[1] != '\0') {
       return usageError("export", QStringLiteral("unknown option: ") + QString::fromLocal8Bit(arg));
     } else if (file) {

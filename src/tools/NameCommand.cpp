@@ -11,6 +11,7 @@
 
 #include "library/names/NameLibraries.h"
 #include "library/names/NameLibrary.h"
+#include "tools/CommandLine.h"
 
 namespace tw {
 
@@ -139,17 +140,14 @@ int runNameCommand(int argc, char** argv) {
       endOfOptions = true;
       continue;
     }
-    if (!endOfOptions && std::strncmp(arg, "--library", 9) == 0 &&
-        (arg[9] == '\0' || arg[9] == '=')) {
-      if (arg[9] == '=') {
-        library = QString::fromLocal8Bit(arg + 10);
-      } else if (i + 1 < argc) {
-        library = QString::fromLocal8Bit(argv[++i]);
-      } else {
-        return usageError("option needs a value: --library");
+    bool missing = false;
+    if (!endOfOptions) {
+      if (auto value = optionValue("--library", argc, argv, i, missing)) {
+        library = value;
+        if (library->isEmpty()) return usageError("empty --library");
+        continue;
       }
-      if (library->isEmpty()) return usageError("empty --library");
-      continue;
+      if (missing) return usageError("option needs a value: --library");
     }
     if (!endOfOptions && std::strcmp(arg, "-n") == 0) {
       if (i + 1 >= argc) return usageError("option needs a value: -n");
