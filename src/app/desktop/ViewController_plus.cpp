@@ -279,6 +279,8 @@ void ViewController_plus::viewWillAppear() {
 void ViewController_plus::viewDidDisappear() { logic_->viewDidDisappear(); }
 
 void ViewController_plus::findScreenColor() {
+  // Whatever the last pick said, this one may be answered.
+  dropperBtn->setToolTip(tr("Pick from screen"));
   colorHelper().bPickScreenColor = true;
   logic_->armScreenPickCount();
 

@@ -45,7 +45,7 @@ class ViewController_plus : public QWidget, public PanelView {
 
   // Actions.
   // Arms a screen pick, opens the picking window, closes this panel's window
-  // and sets the dropper cursor.
+  // and sets the dropper cursor. The dropper's tooltip is its own again.
   void findScreenColor();
   // The screen picker could not answer the armed pick (no desktop portal with
   // PickColor): both flags are disarmed, the picking window closes, the panel

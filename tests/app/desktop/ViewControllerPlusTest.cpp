@@ -425,8 +425,13 @@ TEST_F(ViewControllerPlusTest, APickTheScreenPickerCannotAnswerEndsWithoutAColou
   testing::PickRecorder::instance().clear();
 }
 
-TEST_F(ViewControllerPlusTest, AnAnsweredPickLeavesTheDropperAsItWas) {
+TEST_F(ViewControllerPlusTest, AnAnsweredPickAfterAnUnansweredOneGivesTheDropperItsOwnTooltip) {
   start();
+  panel_->findScreenColor();
+  monitor_->reportUnanswered();
+  ASSERT_TRUE(waitFor([&] { return window_->isVisible(); }));
+  ASSERT_EQ(panel_->dropperBtn->toolTip(), ViewController_plus::screenPickUnansweredText());
+  panel_->hostMessage->hide();
   pick(QColor(60, 127, 224));
   ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#3C7FE0"; }));
   EXPECT_EQ(panel_->dropperBtn->toolTip(), QStringLiteral("Pick from screen"));
