@@ -110,10 +110,12 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # declaration.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "ca-certificates, libqt6sql6-sqlite")
 # The pen is reached through BlueZ; without it only the screen dropper and the
-# command line work.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "bluez")
-# The design applications run under Wine; on Wayland the dropper needs Qt's
-# Wayland platform plugin and the desktop portal's colour picker.
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "wine, qt6-wayland, xdg-desktop-portal")
+# command line work. In a Wayland session the dropper picks through the desktop
+# portal (whether Qt runs on Wayland or on XWayland), and the window runs
+# natively with Qt's Wayland platform plugin; without the portal the dropper
+# says so and picks nothing.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "bluez, qt6-wayland, xdg-desktop-portal")
+# The design applications run under Wine.
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "wine")
 
 include(CPack)

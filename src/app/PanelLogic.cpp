@@ -330,6 +330,8 @@ void PanelLogic::viewDidDisappear() {
 
 void PanelLogic::armScreenPickCount() { apiLogger_->bPickScreenColor = true; }
 
+void PanelLogic::disarmScreenPickCount() { apiLogger_->bPickScreenColor = false; }
+
 void PanelLogic::newColorReceivedWithNotification(const Notification& notification) {
   handleNewColor(notification);
 }

@@ -91,6 +91,8 @@ class PanelLogic : public QObject {
   // The telemetry side of arming a screen pick: the next colour counts as a
   // screen colour.
   void armScreenPickCount();
+  // A pick that ended without a colour: the next colour counts as it comes.
+  void disarmScreenPickCount();
 
   // Observers; each runs on the thread that posted.
   void newColorReceivedWithNotification(const Notification& notification);

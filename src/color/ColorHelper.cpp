@@ -81,6 +81,16 @@ ColorHelper::ColorHelper(ScreenBackend backend, QObject* parent)
   if (!backend_.monitor || !backend_.pointer || !backend_.sampler)
     fatalStop("ColorHelper without a complete screen backend");
   bPickScreenColor.onArmed_ = [monitor = backend_.monitor] { monitor->pickArmed(); };
+  backend_.monitor->setUnansweredHandler([self = QPointer<ColorHelper>(this)] {
+    if (self) self->unanswered();
+  });
+}
+
+void ColorHelper::unanswered() {
+  if (!bPickScreenColor) return;
+  bPickScreenColor = false;
+  logLine(std::string_view("screen pick cancelled: no answer from the screen picker"));
+  if (pickUnanswered) pickUnanswered();
 }
 
 qint64 ColorHelper::mainDisplayPixelsHigh() const {

@@ -28,6 +28,11 @@ class GlobalClickMonitor {
   // A pick has just been armed. A backend that has to ask for the click (the
   // portal's interactive PickColor) starts asking here; the others ignore it.
   virtual void pickArmed() {}
+  // Where an armed pick goes when it can never be answered (the portal is not
+  // there or has no PickColor): the backend calls `handler` on the main thread
+  // instead of reporting a click. One handler; a later call replaces it. The
+  // X11 monitor always answers and keeps none.
+  virtual void setUnansweredHandler(Handler handler) { (void)handler; }
 };
 
 // Where the pointer is and how tall the main display is, both in device pixels.
@@ -78,8 +83,9 @@ struct ScreenBackend {
   std::shared_ptr<ScreenSampler> sampler;
 };
 
-// The backend for the running platform: the desktop portal on Wayland, X11
-// otherwise. Each choice is logged. Needs a QGuiApplication.
+// The backend for the running session: the desktop portal in a Wayland
+// session (pickingPathFor()), X11 otherwise. Each choice is logged. Needs a
+// QGuiApplication.
 ScreenBackend makeScreenBackend();
 
 // Whether a nearly transparent full-screen window can be shown as such. On X11
@@ -151,12 +157,18 @@ class ColorHelper : public QObject {
   // colour space. A failed capture stops the process.
   void sampleScreenColor();
 
+  // Called on the main thread when an armed pick cannot be answered (see
+  // GlobalClickMonitor::setUnansweredHandler), after the pick is disarmed;
+  // nothing is posted for it. Set by the panel.
+  std::function<void()> pickUnanswered;
+
   // The height in device pixels of the display the sampler reads; what the
   // panel stores in mainScreenHeight.
   qint64 mainDisplayPixelsHigh() const;
 
  private:
   void postSample(const std::optional<ScreenSample>& sampled);
+  void unanswered();
 
   ScreenBackend backend_;
 };

@@ -1,8 +1,11 @@
-// Chooses the screen-picking backend once: the desktop portal on Wayland (no
-// global click monitor there), X11 everywhere else.
+// Chooses the screen-picking backend once: the desktop portal in a Wayland
+// session (no global click monitor there, whether Qt runs on Wayland or on
+// XWayland), X11 everywhere else.
 #include <QGuiApplication>
+#include <QProcessEnvironment>
 
 #include "color/ColorHelper.h"
+#include "color/PickingPath.h"
 #include "color/portal/PortalColorPicker.h"
 #include "color/x11/X11Compositor.h"
 #include "color/x11/X11Connection.h"
@@ -15,12 +18,15 @@ namespace tw {
 
 namespace {
 
-bool onWayland() { return QGuiApplication::platformName() == QLatin1String("wayland"); }
+bool portalPath() {
+  return pickingPathFor(QGuiApplication::platformName(),
+                        QProcessEnvironment::systemEnvironment()) == PickingPath::Portal;
+}
 
 }  // namespace
 
 ScreenBackend makeScreenBackend() {
-  if (onWayland()) {
+  if (portalPath()) {
     logLine(std::string_view("screen picking: desktop portal PickColor"));
     auto picker = std::make_shared<portal::PortalColorPicker>();
     return {picker, picker, picker};
@@ -34,6 +40,6 @@ ScreenBackend makeScreenBackend() {
 
 ColorHelper::ColorHelper(QObject* parent) : ColorHelper(makeScreenBackend(), parent) {}
 
-bool pickingWindowCanBeShown() { return onWayland() || x11::compositorRunning(); }
+bool pickingWindowCanBeShown() { return portalPath() || x11::compositorRunning(); }
 
 }  // namespace tw

@@ -18,6 +18,12 @@ struct FakeClickMonitor : GlobalClickMonitor {
   int armedCalls = 0;
   void addHandler(Handler handler) override { handlers.push_back(std::move(handler)); }
   void pickArmed() override { ++armedCalls; }
+  Handler unanswered;
+  void setUnansweredHandler(Handler handler) override { unanswered = std::move(handler); }
+  // As a backend that cannot answer the armed pick.
+  void reportUnanswered() {
+    if (unanswered) unanswered();
+  }
   void click() {
     const auto copy = handlers;
     for (const auto& handler : copy) handler();

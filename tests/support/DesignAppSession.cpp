@@ -56,6 +56,7 @@ QProcessEnvironment DesignAppSession::environment() const {
   env.insert(QStringLiteral("NO_AT_BRIDGE"), QStringLiteral("1"));
   env.remove(QStringLiteral("SESSION_MANAGER"));
   env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+  env.remove(QStringLiteral("XDG_SESSION_TYPE"));
   env.remove(QStringLiteral("QT_QPA_PLATFORM"));
   return env;
 }

@@ -47,6 +47,7 @@ int main(int argc, char** argv) {
   if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
     qunsetenv("DISPLAY");
     qunsetenv("WAYLAND_DISPLAY");
+    qunsetenv("XDG_SESSION_TYPE");
     qputenv("QT_QPA_PLATFORM", "offscreen");
   }
   if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))

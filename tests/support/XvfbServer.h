@@ -67,6 +67,7 @@ class XvfbServer {
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
     env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), QStringLiteral("disabled:"));
     env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    env.remove(QStringLiteral("XDG_SESSION_TYPE"));
     env.remove(QStringLiteral("QT_SCALE_FACTOR"));
     env.remove(QStringLiteral("XAUTHORITY"));
     return env;

@@ -30,6 +30,8 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
     closingForScreenPick_ = true;
     holdOffScreen_ = true;
   });
+  connect(content_, &ViewController_plus::screenPickCancelled, this,
+          &PanelWindow::returnAfterCancelledPick);
   // The picked colour is posted once its pixel has been read (on the main
   // thread; pen colours come from elsewhere and carry another source).
   NotificationCenter::defaultCenter().addObserver(
@@ -84,6 +86,16 @@ void PanelWindow::revealAfterScreenPick() {
   revealing_ = true;
   hide();
   setAttribute(Qt::WA_DontShowOnScreen, false);
+  show();
+  raise();
+  activateWindow();
+  revealing_ = false;
+}
+
+void PanelWindow::returnAfterCancelledPick() {
+  holdOffScreen_ = false;
+  setAttribute(Qt::WA_DontShowOnScreen, false);
+  revealing_ = true;
   show();
   raise();
   activateWindow();

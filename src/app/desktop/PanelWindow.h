@@ -25,6 +25,9 @@ class PanelWindow : public QWidget {
 
   // Puts the panel on the screen if it was held off it for a pick.
   void revealAfterScreenPick();
+  // Brings the panel back after a pick that ended without a colour: shown
+  // again as it was, not a new appearance (no start-up colour is posted).
+  void returnAfterCancelledPick();
 
   void setVisible(bool visible) override;
 

@@ -67,6 +67,9 @@ ViewController_plus::ViewController_plus(TerminationReply& application, PanelPar
     : QWidget(parent), logic_(std::make_unique<PanelLogic>(*this, application, std::move(parts))) {
   if (!logic_->colorHelper()) fatalStop("the desktop panel was made without a colour helper");
   buildLayout();
+  colorHelper().pickUnanswered = [self = QPointer(this)] {
+    if (self) self->screenPickUnanswered();
+  };
 }
 
 ViewController_plus::~ViewController_plus() = default;
@@ -276,16 +279,35 @@ void ViewController_plus::viewWillAppear() {
 void ViewController_plus::viewDidDisappear() { logic_->viewDidDisappear(); }
 
 void ViewController_plus::findScreenColor() {
+  // Whatever the last pick said, this one may be answered.
+  dropperBtn->setToolTip(tr("Pick from screen"));
   colorHelper().bPickScreenColor = true;
   logic_->armScreenPickCount();
 
   auto* picker = ClearWindow::windowWithContentViewController(new ClearViewVC);
+  pickingWindow_ = picker;
   picker->makeKeyAndOrderFront();
   picker->appMainWindow = window();
   picker->showWindow();
   Q_EMIT closingForScreenPick();
   window()->close();
   setDropperCursor();
+}
+
+QString ViewController_plus::screenPickUnansweredText() {
+  return tr(
+      "Screen picking needs the desktop portal (xdg-desktop-portal with a Screenshot "
+      "backend), which did not answer; the pen still works.");
+}
+
+void ViewController_plus::screenPickUnanswered() {
+  logic_->disarmScreenPickCount();
+  if (pickingWindow_) pickingWindow_->close();
+  restoreCursor();
+  const QString why = screenPickUnansweredText();
+  dropperBtn->setToolTip(why);
+  Q_EMIT screenPickCancelled();
+  showHostMessage(why);
 }
 
 void ViewController_plus::showSetting() {

@@ -45,8 +45,15 @@ class ViewController_plus : public QWidget, public PanelView {
 
   // Actions.
   // Arms a screen pick, opens the picking window, closes this panel's window
-  // and sets the dropper cursor.
+  // and sets the dropper cursor. The dropper's tooltip is its own again.
   void findScreenColor();
+  // The screen picker could not answer the armed pick (no desktop portal with
+  // PickColor): both flags are disarmed, the picking window closes, the panel
+  // comes back without a new appearance (nothing is posted) and the dropper's
+  // tooltip and the message under the panel say why.
+  void screenPickUnanswered();
+  // What the dropper says then; one line.
+  static QString screenPickUnansweredText();
   // The version alert "Version : TW-V <version>".
   void showSetting();
   // Deliberately does nothing.
@@ -118,6 +125,8 @@ class ViewController_plus : public QWidget, public PanelView {
  Q_SIGNALS:
   // The panel asked its window to close for a screen pick (not a quit).
   void closingForScreenPick();
+  // The pick it closed for ended without a colour: the window comes back.
+  void screenPickCancelled();
 
  private:
   void buildLayout();
@@ -128,6 +137,7 @@ class ViewController_plus : public QWidget, public PanelView {
   QTimer* hostMessageTimer_ = nullptr;
   QPointer<PreferencesDialog> preferencesDialog_;
   QPointer<HistoryWindow> historyWindow_;
+  QPointer<QWidget> pickingWindow_;
   std::vector<ColorStruct> recentShown_;
 };
 

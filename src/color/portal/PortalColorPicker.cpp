@@ -5,9 +5,11 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QDBusVariant>
 #include <QGuiApplication>
 #include <QPointer>
 #include <QScreen>
+#include <QTimer>
 #include <algorithm>
 #include <cmath>
 
@@ -55,12 +57,56 @@ void PortalColorPicker::stopListening() {
   requestPath_.clear();
 }
 
+void PortalColorPicker::setUnansweredHandler(Handler handler) {
+  unansweredHandler_ = std::move(handler);
+}
+
+void PortalColorPicker::unanswered(const QString& why) {
+  logLine(QStringLiteral("portal: PickColor failed: ") + why);
+  if (unansweredHandler_) unansweredHandler_();
+}
+
 void PortalColorPicker::pickArmed() {
-  if (!requestPath_.isEmpty()) return;  // a request is already out
+  if (!requestPath_.isEmpty() || checking_) return;  // a request is already out
   if (!bus_.isConnected()) {
     logLine(std::string_view("portal: no session bus; the screen cannot be picked"));
+    // Later, as an answer would come: whoever armed the pick finishes first.
+    QTimer::singleShot(0, this, [this] {
+      if (unansweredHandler_) unansweredHandler_();
+    });
     return;
   }
+  // A cheap property read first: it tells a missing portal (or one without
+  // PickColor) from one that is there, before the user is kept waiting.
+  QDBusMessage get = QDBusMessage::createMethodCall(
+      kService, kPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+  get << QStringLiteral("org.freedesktop.portal.Screenshot") << QStringLiteral("version");
+  checking_ = true;
+  auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(get), this);
+  connect(
+      watcher, &QDBusPendingCallWatcher::finished, this,
+      [this, self = QPointer(this)](QDBusPendingCallWatcher* finished) {
+        finished->deleteLater();
+        if (!self) return;
+        checking_ = false;
+        QDBusPendingReply<QDBusVariant> reply = *finished;
+        if (reply.isError()) {
+          unanswered(QStringLiteral("no desktop portal with a Screenshot interface answered (") +
+                     reply.error().message() + QLatin1Char(')'));
+          return;
+        }
+        bool ok = false;
+        const uint version = reply.value().variant().toUInt(&ok);
+        if (!ok || version < 2) {
+          unanswered(QStringLiteral("the Screenshot portal (version %1) has no PickColor")
+                         .arg(reply.value().variant().toString()));
+          return;
+        }
+        askPickColor();
+      });
+}
+
+void PortalColorPicker::askPickColor() {
   // Listen before calling, so that a quick answer is not missed: the request
   // path follows from our unique name and the token.
   const QString token = QStringLiteral("tintwell%1").arg(++tokenCounter_);
@@ -80,8 +126,8 @@ void PortalColorPicker::pickArmed() {
             if (!self) return;
             QDBusPendingReply<QDBusObjectPath> reply = *finished;
             if (reply.isError()) {
-              logLine(QStringLiteral("portal: PickColor failed: ") + reply.error().message());
               stopListening();
+              unanswered(reply.error().message());
               return;
             }
             // Older portals choose the path themselves.
@@ -103,6 +149,7 @@ void PortalColorPicker::onResponse(uint response, const QVariantMap& results) {
   }
   if (response != 0 || !results.contains(QStringLiteral("color"))) {
     logLine(QStringLiteral("portal: PickColor ended with code %1").arg(response));
+    if (unansweredHandler_) unansweredHandler_();
     return;
   }
   double red = 0;
@@ -114,6 +161,7 @@ void PortalColorPicker::onResponse(uint response, const QVariantMap& results) {
   color.endStructure();
   if (!std::isfinite(red) || !std::isfinite(green) || !std::isfinite(blue)) {
     logLine(std::string_view("portal: PickColor answered no usable colour"));
+    if (unansweredHandler_) unansweredHandler_();
     return;
   }
   // Kept as the doubles they are: ColorHelper truncates component × 255, and a

@@ -25,6 +25,10 @@ qint64 portalChannel(double value);
 // the global click, and the colour it returns is what the sampler reads. The
 // portal gives no pointer position, so mouseLocation() reports the top-left
 // corner (flipped y 0).
+//
+// Before each PickColor the portal's Screenshot version is read: where no
+// portal answers, or its version predates PickColor (2), or PickColor itself
+// fails, the armed pick is reported unanswered and no colour is ever made up.
 class PortalColorPicker : public QObject,
                           public GlobalClickMonitor,
                           public PointerSource,
@@ -36,6 +40,7 @@ class PortalColorPicker : public QObject,
 
   void addHandler(Handler handler) override;
   void pickArmed() override;
+  void setUnansweredHandler(Handler handler) override;
   QPointF mouseLocation() override;
   qint64 mainDisplayPixelsHigh() override;
   // The colour of the last answered PickColor (nullopt before the first one),
@@ -48,10 +53,14 @@ class PortalColorPicker : public QObject,
  private:
   void listenOn(const QString& requestPath);
   void stopListening();
+  void askPickColor();
+  void unanswered(const QString& why);
 
   QDBusConnection bus_;
   std::vector<Handler> handlers_;
-  QString requestPath_;  // the request we wait for; empty when none is out
+  Handler unansweredHandler_;
+  bool checking_ = false;  // the version read is out
+  QString requestPath_;    // the request we wait for; empty when none is out
   std::optional<ScreenSample> picked_;
   unsigned tokenCounter_ = 0;
 };

@@ -46,6 +46,7 @@ TW_BEFORE_APPLICATION([] {
   qputenv("DISPLAY", e.server->display().toUtf8());
   qputenv("QT_QPA_PLATFORM", "xcb");
   qunsetenv("WAYLAND_DISPLAY");
+  qunsetenv("XDG_SESSION_TYPE");
   qputenv("DBUS_SESSION_BUS_ADDRESS", "disabled:");
   qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent");
   qputenv("TINTWELL_TELEMETRY_URL", "https://127.0.0.1:9");

@@ -9,6 +9,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QDynamicPropertyChangeEvent>
@@ -27,6 +28,7 @@
 #include "bridge/RunningApplications.h"
 #include "color/picker/ClearWindow.h"
 #include "color/picker/DropperCursor.h"
+#include "color/portal/PortalColorPicker.h"
 #include "common/TimeScale.h"
 #include "common/Version.h"
 #include "events/Notifications.h"
@@ -35,6 +37,7 @@
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
 #include "tests/support/NetworkNamespace.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
 
 #include "tests/support/LogCapture.h"
@@ -110,7 +113,8 @@ class ViewControllerPlusTest : public ::testing::Test {
     parts.alerts = std::make_shared<SilentAlertPresenter>();
     parts.transport = transport_;
     parts.colorHelper = [this] {
-      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
+      return std::make_unique<ColorHelper>(backend_ ? *backend_
+                                                    : ScreenBackend{monitor_, pointer_, sampler_});
     };
     panel_ = new ViewController_plus(delegate_, std::move(parts));
     window_ = std::make_unique<PanelWindow>(delegate_, panel_);
@@ -174,6 +178,8 @@ class ViewControllerPlusTest : public ::testing::Test {
       std::make_shared<testing::FakeClickMonitor>();
   std::shared_ptr<testing::FakePointer> pointer_ = std::make_shared<testing::FakePointer>();
   std::shared_ptr<testing::FakeSampler> sampler_ = std::make_shared<testing::FakeSampler>();
+  // Another screen backend instead of the fakes, set before SetUp().
+  std::optional<ScreenBackend> backend_;
   ViewController_plus* panel_ = nullptr;  // owned by the window
   std::unique_ptr<PanelWindow> window_;
 };
@@ -360,6 +366,119 @@ TEST_F(ViewControllerPlusTest, EveryAppearanceInstallsAnotherMonitorButOneClickP
   monitor_->click();
   spin(20);
   EXPECT_EQ(sampler_->reads.size(), 2u);
+}
+
+// What a pick that the screen picker cannot answer leaves: the panel back on
+// the screen with the same colour, the picking window and the dropper cursor
+// gone, both flags down, no colour posted, pushed or counted, and the reason
+// under the panel and on the dropper.
+#define EXPECT_PICK_ENDED_WITHOUT_A_COLOUR(before, pushesBefore, hexBefore)                    \
+  do {                                                                                         \
+    EXPECT_FALSE(window_->testAttribute(Qt::WA_DontShowOnScreen));                             \
+    EXPECT_TRUE(waitFor([] { return pickingWindows().isEmpty(); }));                           \
+    EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);                                     \
+    EXPECT_FALSE(panel_->colorHelper().bPickScreenColor);                                      \
+    EXPECT_FALSE(panel_->logic().apiLogger().bPickScreenColor);                                \
+    EXPECT_TRUE(testing::PickRecorder::instance().newColors.empty());                          \
+    EXPECT_TRUE(testing::PickRecorder::instance().mouseDowns.empty());                         \
+    EXPECT_EQ(panel_->hexInfo->text(), hexBefore);                                             \
+    EXPECT_EQ(record().counter_screen, (before).counter_screen);                               \
+    EXPECT_EQ(record().counter_device, (before).counter_device);                               \
+    EXPECT_EQ(photoshopPushes(), pushesBefore);                                                \
+    EXPECT_TRUE(panel_->hostMessage->isVisible());                                             \
+    EXPECT_EQ(panel_->hostMessage->text(), ViewController_plus::screenPickUnansweredText());   \
+    EXPECT_EQ(panel_->dropperBtn->toolTip(), ViewController_plus::screenPickUnansweredText()); \
+  } while (false)
+
+TEST_F(ViewControllerPlusTest, APickTheScreenPickerCannotAnswerEndsWithoutAColourAndSaysWhy) {
+  start();
+  testing::PickRecorder::instance().clear();
+  const auto before = record();
+  const qint64 pushesBefore = photoshopPushes();
+  const QString hexBefore = panel_->hexInfo->text();
+  EXPECT_EQ(panel_->dropperBtn->toolTip(), QStringLiteral("Pick from screen"));
+  panel_->findScreenColor();
+  ASSERT_FALSE(window_->isVisible());
+  takeOutput();
+  monitor_->reportUnanswered();
+  ASSERT_TRUE(waitFor([&] { return window_->isVisible(); }));
+  spin(50);
+  EXPECT_PICK_ENDED_WITHOUT_A_COLOUR(before, pushesBefore, hexBefore);
+  EXPECT_TRUE(sampler_->reads.empty());
+  const QString text = ViewController_plus::screenPickUnansweredText();
+  EXPECT_TRUE(text.contains(QStringLiteral("xdg-desktop-portal"))) << text.toStdString();
+  EXPECT_TRUE(text.contains(QStringLiteral("the pen still works"))) << text.toStdString();
+  EXPECT_FALSE(text.contains(QLatin1Char('\n')));
+  // Shown again, not a new appearance: no start-up colour, no second monitor.
+  const QString out = takeOutput();
+  EXPECT_FALSE(out.contains("FAFAFA\n")) << out.toStdString();
+  EXPECT_EQ(monitor_->handlers.size(), 1u);
+  // The next colour is the pen's, and counts as such.
+  postPenColour(ColorStruct::fromChannels(18, 52, 86));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#123456"; }));
+  EXPECT_EQ(record().colors_device, ",#123456");
+  EXPECT_EQ(record().colors_screen, before.colors_screen);
+  // A late click picks nothing.
+  monitor_->click();
+  spin(20);
+  EXPECT_TRUE(sampler_->reads.empty());
+  testing::PickRecorder::instance().clear();
+}
+
+TEST_F(ViewControllerPlusTest, AnAnsweredPickAfterAnUnansweredOneGivesTheDropperItsOwnTooltip) {
+  start();
+  panel_->findScreenColor();
+  monitor_->reportUnanswered();
+  ASSERT_TRUE(waitFor([&] { return window_->isVisible(); }));
+  ASSERT_EQ(panel_->dropperBtn->toolTip(), ViewController_plus::screenPickUnansweredText());
+  panel_->hostMessage->hide();
+  pick(QColor(60, 127, 224));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#3C7FE0"; }));
+  EXPECT_EQ(panel_->dropperBtn->toolTip(), QStringLiteral("Pick from screen"));
+  EXPECT_FALSE(panel_->hostMessage->isVisible());
+}
+
+// The panel with the portal backend on a private session bus where no portal
+// runs (the real one cannot run in a test): the dropper explains itself.
+class PanelWithoutPortalTest : public ViewControllerPlusTest {
+ protected:
+  PanelWithoutPortalTest() {
+    auto picker = std::make_shared<portal::PortalColorPicker>(
+        QDBusConnection::connectToBus(bus_.address(), QStringLiteral("panel-portal")));
+    backend_ = ScreenBackend{picker, picker, picker};
+  }
+  void TearDown() override {
+    ViewControllerPlusTest::TearDown();
+    backend_.reset();
+    QDBusConnection::disconnectFromBus(QStringLiteral("panel-portal"));
+  }
+  testing::PrivateBus bus_{testing::PrivateBus::Kind::Session};
+};
+
+TEST_F(PanelWithoutPortalTest, TheDropperSaysThePortalDidNotAnswerAndNothingIsPostedOrCounted) {
+  ASSERT_FALSE(bus_.address().isEmpty());
+  start();
+  testing::PickRecorder::instance().clear();
+  const auto before = record();
+  const qint64 pushesBefore = photoshopPushes();
+  const QString hexBefore = panel_->hexInfo->text();
+  takeOutput();
+  panel_->dropperBtn->click();
+  ASSERT_TRUE(
+      waitFor([&] { return window_->isVisible() && panel_->hostMessage->isVisible(); }, 10000));
+  spin(50);
+  EXPECT_PICK_ENDED_WITHOUT_A_COLOUR(before, pushesBefore, hexBefore);
+  const QString out = takeOutput();
+  EXPECT_TRUE(out.contains("portal: PickColor failed: no desktop portal")) << out.toStdString();
+  EXPECT_FALSE(out.contains("FAFAFA\n")) << out.toStdString();
+  // It explains again on the next try.
+  panel_->hostMessage->hide();
+  panel_->dropperBtn->click();
+  ASSERT_TRUE(
+      waitFor([&] { return window_->isVisible() && panel_->hostMessage->isVisible(); }, 10000));
+  EXPECT_EQ(record().counter_screen, before.counter_screen);
+  EXPECT_TRUE(testing::PickRecorder::instance().newColors.empty());
+  testing::PickRecorder::instance().clear();
 }
 
 TEST_F(ViewControllerPlusTest, AfterOneScreenPickTelemetryTicksTwicePerPeriod) {

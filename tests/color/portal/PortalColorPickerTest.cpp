@@ -5,59 +5,21 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QDeadlineTimer>
-#include <QProcess>
 #include <memory>
 #include <string>
 
 #include "color/ColorHelper.h"
 #include "color/ColorStruct.h"
 #include "tests/color/ScreenPickTestSupport.h"
+#include "tests/color/portal/FakePortal.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 
 namespace tw {
 namespace {
 
-class FakePortal {
- public:
-  FakePortal(const QString& address, const QString& color, const QString& codes) {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), address);
-    process_.setProcessEnvironment(env);
-    process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process_.start(QStringLiteral("/usr/bin/python3"),
-                   {QStringLiteral(FAKE_PORTAL_PATH), color, codes});
-    process_.waitForReadyRead(10000);
-    ready_ = process_.readLine().trimmed() == "ready";
-  }
-  ~FakePortal() {
-    process_.kill();
-    process_.waitForFinished(3000);
-  }
-  bool ready() const { return ready_; }
-  int calls() {
-    process_.waitForReadyRead(10);
-    while (process_.canReadLine())
-      if (process_.readLine().startsWith("PickColor")) ++calls_;
-    return calls_;
-  }
-
- private:
-  QProcess process_;
-  bool ready_ = false;
-  int calls_ = 0;
-};
-
-template <typename Predicate>
-bool spinUntil(Predicate done, int ms = 10000) {
-  QDeadlineTimer deadline(ms);
-  while (!done()) {
-    if (deadline.hasExpired()) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-  }
-  return true;
-}
+using testing::FakePortal;
+using testing::spinUntil;
 
 class PortalColorPickerTest : public ::testing::Test {
  protected:
@@ -72,6 +34,7 @@ class PortalColorPickerTest : public ::testing::Test {
     picker = std::make_shared<portal::PortalColorPicker>(
         QDBusConnection::connectToBus(address, QStringLiteral("portal-test")));
     helper = std::make_unique<ColorHelper>(ScreenBackend{picker, picker, picker});
+    helper->pickUnanswered = [this] { ++unanswered; };
     helper->installMonitor();
     helper->mainScreenHeight = helper->mainDisplayPixelsHigh();
   }
@@ -80,6 +43,7 @@ class PortalColorPickerTest : public ::testing::Test {
   testing::PickRecorder& recorder = testing::PickRecorder::instance();
   std::shared_ptr<portal::PortalColorPicker> picker;
   std::unique_ptr<ColorHelper> helper;
+  int unanswered = 0;
 };
 
 TEST_F(PortalColorPickerTest, ArmedPickPostsThePortalsColourTruncated) {
@@ -179,6 +143,62 @@ TEST_F(PortalColorPickerTest, WithoutPortalThePickFailsQuietly) {
   EXPECT_NE(out.find("portal: PickColor failed"), std::string::npos) << out;
   EXPECT_TRUE(recorder.newColors.empty());
   EXPECT_TRUE(recorder.mouseDowns.empty());
+}
+
+TEST_F(PortalColorPickerTest, WithoutPortalThePickIsDisarmedAndReportedUnansweredOnce) {
+  connect(bus.address());
+  testing::LogCapture log;
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return unanswered > 0; }));
+  spinUntil([] { return false; }, 300);
+  EXPECT_EQ(unanswered, 1);
+  EXPECT_FALSE(helper->bPickScreenColor);
+  EXPECT_TRUE(recorder.newColors.empty());
+  EXPECT_TRUE(recorder.mouseDowns.empty());
+  const std::string out = log.text().toStdString();
+  EXPECT_NE(out.find("no desktop portal with a Screenshot interface answered"), std::string::npos)
+      << out;
+  // A click reported now (none can come from the portal) picks nothing.
+  helper->mouseDownHandler();
+  EXPECT_TRUE(recorder.newColors.empty());
+}
+
+TEST_F(PortalColorPickerTest, APortalWhoseScreenshotPredatesPickColorIsNeverAsked) {
+  FakePortal portal(bus.address(), QStringLiteral("0.1,0.2,0.3"), QStringLiteral("0"),
+                    QStringLiteral("1"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  testing::LogCapture log;
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return unanswered > 0; }));
+  EXPECT_EQ(portal.calls(), 0);
+  EXPECT_FALSE(helper->bPickScreenColor);
+  EXPECT_TRUE(recorder.newColors.empty());
+  const std::string out = log.text().toStdString();
+  EXPECT_NE(out.find("the Screenshot portal (version 1) has no PickColor"), std::string::npos)
+      << out;
+}
+
+TEST_F(PortalColorPickerTest, APickThePortalEndsWithAnErrorCodeIsUnansweredWithoutAColour) {
+  FakePortal portal(bus.address(), QStringLiteral("0.1,0.2,0.3"), QStringLiteral("2"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return unanswered > 0; }));
+  EXPECT_EQ(portal.calls(), 1);
+  EXPECT_FALSE(helper->bPickScreenColor);
+  EXPECT_TRUE(recorder.newColors.empty());
+  EXPECT_TRUE(recorder.mouseDowns.empty());
+}
+
+TEST_F(PortalColorPickerTest, AnAnsweredPickIsNotReportedUnanswered) {
+  FakePortal portal(bus.address(), QStringLiteral("0.0,0.0,1.0"), QStringLiteral("0"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return !recorder.newColors.empty(); }));
+  spinUntil([] { return false; }, 200);
+  EXPECT_EQ(unanswered, 0);
 }
 
 }  // namespace

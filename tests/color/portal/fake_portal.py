@@ -1,11 +1,15 @@
 #!/usr/bin/python3
 """A fake desktop portal with the Screenshot.PickColor call, for tests.
 
-Usage: fake_portal.py R,G,B CODE[,CODE...]
+Usage: fake_portal.py R,G,B CODE[,CODE...] [VERSION]
 Each PickColor answers, 50 ms later, with the next response code of the list
 (the last one repeats): 0 with {"color": (R, G, B)}, anything else with no
-results. Prints "ready" once the name is owned and "PickColor <token>" per call; ends
-when its standard input closes.
+results. The Screenshot interface's "version" property reads VERSION (2, the
+first with PickColor, unless given). Prints "ready" once the name is owned and
+"PickColor <token>" per call; ends when its standard input closes.
+
+The real xdg-desktop-portal needs a desktop session and a backend, which a
+test cannot have; this stands in for its D-Bus side only.
 """
 import sys
 
@@ -25,12 +29,26 @@ class Request(dbus.service.Object):
 
 
 class Portal(dbus.service.Object):
-    def __init__(self, bus, color, codes):
+    def __init__(self, bus, color, codes, version):
         super().__init__(bus, PATH)
         self.bus = bus
         self.color = color
         self.codes = codes
+        self.version = version
         self.calls = 0
+
+    @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ss", out_signature="v")
+    def Get(self, interface, name):
+        if interface == "org.freedesktop.portal.Screenshot" and name == "version":
+            return dbus.UInt32(self.version)
+        raise dbus.exceptions.DBusException(
+            "no such property", name="org.freedesktop.DBus.Error.InvalidArgs")
+
+    @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="s", out_signature="a{sv}")
+    def GetAll(self, interface):
+        if interface == "org.freedesktop.portal.Screenshot":
+            return {"version": dbus.UInt32(self.version)}
+        return {}
 
     @dbus.service.method("org.freedesktop.portal.Screenshot", in_signature="sa{sv}",
                          out_signature="o", sender_keyword="sender")
@@ -59,7 +77,8 @@ def main():
     bus = dbus.SessionBus()
     color = [float(c) for c in sys.argv[1].split(",")]
     codes = [int(c) for c in sys.argv[2].split(",")]
-    portal = Portal(bus, color, codes)
+    version = int(sys.argv[3]) if len(sys.argv) > 3 else 2
+    portal = Portal(bus, color, codes, version)
     name = dbus.service.BusName(BUS_NAME, bus)
     loop = GLib.MainLoop()
     # Standard input is a pipe from the test: when the test goes, even by a
