@@ -32,7 +32,7 @@ class GlobalClickMonitor {
   // there or has no PickColor): the backend calls `handler` on the main thread
   // instead of reporting a click. One handler; a later call replaces it. The
   // X11 monitor always answers and keeps none.
-  virtual void setUnansweredHandler(Handler /*handler*/) {}
+  virtual void setUnansweredHandler(const Handler& handler) { (void)handler; }
 };
 
 // Where the pointer is and how tall the main display is, both in device pixels.

@@ -19,7 +19,7 @@ struct FakeClickMonitor : GlobalClickMonitor {
   void addHandler(Handler handler) override { handlers.push_back(std::move(handler)); }
   void pickArmed() override { ++armedCalls; }
   Handler unanswered;
-  void setUnansweredHandler(Handler handler) override { unanswered = std::move(handler); }
+  void setUnansweredHandler(const Handler& handler) override { unanswered = handler; }
   // As a backend that cannot answer the armed pick.
   void reportUnanswered() {
     if (unanswered) unanswered();

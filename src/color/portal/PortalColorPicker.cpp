@@ -57,8 +57,8 @@ void PortalColorPicker::stopListening() {
   requestPath_.clear();
 }
 
-void PortalColorPicker::setUnansweredHandler(Handler handler) {
-  unansweredHandler_ = std::move(handler);
+void PortalColorPicker::setUnansweredHandler(const Handler& handler) {
+  unansweredHandler_ = handler;
 }
 
 void PortalColorPicker::unanswered(const QString& why) {

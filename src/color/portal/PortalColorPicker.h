@@ -40,7 +40,7 @@ class PortalColorPicker : public QObject,
 
   void addHandler(Handler handler) override;
   void pickArmed() override;
-  void setUnansweredHandler(Handler handler) override;
+  void setUnansweredHandler(const Handler& handler) override;
   QPointF mouseLocation() override;
   qint64 mainDisplayPixelsHigh() override;
   // The colour of the last answered PickColor (nullopt before the first one),
