@@ -195,6 +195,9 @@ TEST(HostDispatcherTest, AHungHostHoldsUpNeitherTheCallerNorTheOtherHosts) {
                                                 app(QStringLiteral("beta-bin"))};
   f.dispatcher->offer(kRed, running);
   ASSERT_TRUE(f.alpha->waitEntered());
+  // Beta has taken red: a colour still waiting in its mailbox would rightly be
+  // replaced by the next one.
+  for (int i = 0; i < 1000 && f.beta->seen().empty(); ++i) std::this_thread::sleep_for(5ms);
   // While alpha hangs, offering again returns and beta takes both colours.
   auto offered = std::async(std::launch::async, [&] { f.dispatcher->offer(kGreen, running); });
   ASSERT_EQ(offered.wait_for(10s), std::future_status::ready);
