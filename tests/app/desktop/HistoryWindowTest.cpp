@@ -308,6 +308,7 @@ TEST_F(HistoryWindowTest, AClickOnASwatchSendsTheColourAgainAndLeavesThePanelAsI
   ASSERT_TRUE(waitFor([&] {
     return !gimp_->received().empty() && gimp_->received().back() == HostColor{4, 5, 6};
   }));
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#040506"; }));
   const std::size_t before = gimp_->received().size();
   HistoryWindow* window = openWithKeys();
   ASSERT_TRUE(waitFor([&] { return window->model().rowCount() == 2; }));
