@@ -383,6 +383,12 @@ TEST(CsvRead, RefusesTablesWithoutColourColumnsOrLines) {
       << read.error.toStdString();
 }
 
+TEST(CsvRead, CarriageReturnsBeforeLineFeedsAreNoHeaderLine) {
+  // The table reader drops "\r" before "\n" before it looks for lines.
+  EXPECT_EQ(readPalette("   \r\r\n\n\t\t\t", Format::Csv).error, QStringLiteral("no header line"));
+  EXPECT_EQ(readPalette("\r\n", Format::Csv).error, QStringLiteral("no header line"));
+}
+
 // --- exporters read by independent readers --------------------------------
 
 struct ScriptRun {
