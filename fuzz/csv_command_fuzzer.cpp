@@ -117,8 +117,14 @@ void runOne(FuzzInput& in) {
     const QJsonObject row = keyed[i].toObject();
     const CSwiftV::KeyedRow& expected = (*table.keyedRows())[i];
     TW_FUZZ_CHECK(row.size() == expected.size());
-    for (auto it = expected.constBegin(); it != expected.constEnd(); ++it)
-      TW_FUZZ_CHECK(row.value(it.key()) == QJsonValue(it.value()));
+    for (auto it = expected.constBegin(); it != expected.constEnd(); ++it) {
+      // Found by walking the keys: Qt 6.4's QJsonObject::value() misses some
+      // keys that are there (one of U+FFFD, '{' and U+00C3 was enough).
+      bool same = false;
+      for (auto member = row.constBegin(); member != row.constEnd(); ++member)
+        if (member.key() == it.key()) same = member.value() == QJsonValue(it.value());
+      TW_FUZZ_CHECK(same);
+    }
   }
 }
 
