@@ -12,14 +12,18 @@ bool isBlankChar(QChar c) { return c == u'\t' || c.category() == QChar::Separato
 
 bool hasOddQuotes(QStringView text) { return (text.count(u'"') & 1) != 0; }
 
+QString withPlainLineFeeds(const QString& text) {
+  QString normalized = text;
+  normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+  return normalized;
+}
+
 }  // namespace
 
 CSwiftV::CSwiftV(const QString& text, const QString& separator,
                  const std::optional<QStringList>& headers) {
   // keyedRows_ stays absent until the very end.
-  QString normalized = text;
-  normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-  const QStringList lines = splitLines(normalized);
+  const QStringList lines = splitLines(withPlainLineFeeds(text));
 
   rows_.reserve(lines.size());
   for (const QString& line : lines) rows_.append(split(separator, line));
@@ -70,6 +74,10 @@ QStringList CSwiftV::splitLines(const QString& text) {
   QStringList lines = split(QStringLiteral("\n"), text);
   lines.removeIf([](const QString& line) { return isBlank(line); });
   return lines;
+}
+
+bool CSwiftV::hasHeaderLine(const QString& text) {
+  return !splitLines(withPlainLineFeeds(text)).isEmpty();
 }
 
 CSwiftV::KeyedRow CSwiftV::keyedRow(const QStringList& fields, const QStringList& headers) {

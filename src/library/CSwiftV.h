@@ -30,8 +30,7 @@ class CSwiftV {
   // of its line). With `headers` every non-blank line is a row; without, the
   // first line gives the headers and the rest are rows. Without headers and
   // without a single non-blank line the process stops (tw::fatalStop): callers
-  // that take outside input check with splitLines() (after the same "\r\n"
-  // replacement) first.
+  // that take outside input check with hasHeaderLine() first.
   CSwiftV(const QString& text, const QString& separator,
           const std::optional<QStringList>& headers = std::nullopt);
   // The same with the separator ",".
@@ -60,6 +59,12 @@ class CSwiftV {
   // not blank (see above). Kept pieces are untrimmed; a piece of just "\r" is
   // kept. "\r\n" is not treated here: the constructor reduces it first.
   static QStringList splitLines(const QString& text);
+
+  // True when the constructor, given `text` and no headers, finds a line to take
+  // them from: splitLines() after the constructor's own "\r\n" replacement.
+  // A caller that already replaced "\r\n" passes its text as it is; a second
+  // pass can still remove lines ("\r\r\n" becomes "\r\n", then "\n").
+  static bool hasHeaderLine(const QString& text);
 
   // headers[i] -> fields[i] for each field that is not blank and has a header;
   // a field past the last header is left out. With repeated header names the

@@ -190,16 +190,12 @@ int runCsvCommand(int argc, char** argv) {
 
   // The reader stops the process on a table without lines when it has to take
   // the headers from the text; a tool answers with a message instead.
-  if (!options.headers) {
-    QString normalized = text;
-    normalized.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    if (CSwiftV::splitLines(normalized).isEmpty()) {
-      std::fputs(
-          "tintwell csv: the input has no non-blank line to take the column names from "
-          "(give them with --headers)\n",
-          stderr);
-      return 1;
-    }
+  if (!options.headers && !CSwiftV::hasHeaderLine(text)) {
+    std::fputs(
+        "tintwell csv: the input has no non-blank line to take the column names from "
+        "(give them with --headers)\n",
+        stderr);
+    return 1;
   }
 
   const CSwiftV table(text, options.separator, options.headers);

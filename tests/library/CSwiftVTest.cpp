@@ -158,6 +158,15 @@ TEST(CSwiftV, CrlfIsReducedByPlainReplacement) {
   EXPECT_EQ(table.rows(), QList<QStringList>({{"a\r"}, {"1"}}));
 }
 
+TEST(CSwiftV, HasHeaderLineAnswersWhatTheConstructorFinds) {
+  EXPECT_FALSE(CSwiftV::hasHeaderLine(q("")));
+  EXPECT_FALSE(CSwiftV::hasHeaderLine(q(" \r\n\t\n\n")));
+  EXPECT_TRUE(CSwiftV::hasHeaderLine(q("\r\r\n")));  // one pass leaves a line of "\r"
+  EXPECT_TRUE(CSwiftV::hasHeaderLine(q("\r")));
+  EXPECT_TRUE(CSwiftV::hasHeaderLine(q("\n\na\n")));
+  EXPECT_EQ(CSwiftV(q("\r\r\n")).headers(), QStringList({"\r"}));
+}
+
 TEST(CSwiftVDeathTest, NoLinesAndNoHeadersStopTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH({ CSwiftV table(q("")); }, "tintwell: fatal: CSwiftV: the text has no lines");

@@ -76,7 +76,8 @@ TEST(CsvCommand, HeadersWithoutLinesGiveAnEmptyTable) {
 }
 
 TEST(CsvCommand, NoLinesWithoutHeadersIsAnErrorNotACrash) {
-  for (const QByteArray& input : {QByteArray(""), QByteArray("\n \n\t\r\n")}) {
+  for (const QByteArray& input :
+       {QByteArray(""), QByteArray("\n \n\t\r\n"), QByteArray("\r\n\r\n")}) {
     const auto run = runTool({"csv"}, input);
     EXPECT_EQ(run.exitCode, 1) << input.toStdString();
     EXPECT_EQ(run.out, "");

@@ -255,7 +255,7 @@ CsvLoad loadCsvLibrary(const QByteArray& bytes, const QString& title) {
   QString text = decoder(bytes);
   text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
   // The reader stops the process on a text without a line; rule it out first.
-  if (CSwiftV::splitLines(text).isEmpty()) {
+  if (!CSwiftV::hasHeaderLine(text)) {
     result.error = QStringLiteral("no header row");
     return result;
   }

@@ -92,11 +92,7 @@ ReadResult readCsv(const QByteArray& bytes) {
   QString text = decoder.decode(bytes);
   text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
   // The table reader stops the process on a text without a line.
-  // The reader turns "\r\n" into "\n" before it looks for lines, so a text
-  // whose only content is "\r" in such pairs has none: check the same way.
-  QString lines = text;
-  lines.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-  if (CSwiftV::splitLines(lines).isEmpty()) {
+  if (!CSwiftV::hasHeaderLine(text)) {
     return {std::nullopt, QStringLiteral("no header line")};
   }
 

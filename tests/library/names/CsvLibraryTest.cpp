@@ -118,6 +118,13 @@ TEST(CsvLibrary, MissingColumnsOrNoLinesAreErrors) {
   EXPECT_EQ(headerOnly.skippedRows, 0);
 }
 
+TEST(CsvLibrary, CarriageReturnsBeforeCrlfAreNoHeaderRow) {
+  // The loader reduces "\r\n" and then the table reader does again, so
+  // "\r\r\n" is an empty line by the time the table looks for one.
+  EXPECT_EQ(load("\r\r\n").error, QStringLiteral("no header row"));
+  EXPECT_EQ(load(" \r\r\n\t\r\r\n").error, QStringLiteral("no header row"));
+}
+
 TEST(CsvLibrary, LoadedLibraryAnswersNearest) {
   const CsvLoad got = load("name,hex\nInk,#101820\nPaper,#F5F5F0\n");
   const auto found = got.library.nearest(240, 240, 240);
