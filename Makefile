@@ -23,6 +23,8 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
 # whole history is read through its own interface) and the sqlite3 program
 # the tests hold a lock with.
 DEB_PACKAGES += libqt6sql6-sqlite libsqlite3-dev sqlite3
+# Screen picks are checked against an outside screenshot (xwd).
+DEB_PACKAGES += x11-apps
 
 # make fuzz: clang with libFuzzer and its symbolizer; libdbus for the D-Bus target.
 DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev

@@ -19,6 +19,7 @@ const QString kHistoryEnabled = QStringLiteral("history/enabled");
 const QString kHistoryRecent = QStringLiteral("history/recent");
 const QString kHistoryPalettes = QStringLiteral("history/palettes");
 const QString kNamesShow = QStringLiteral("names/show");
+const QString kPickerMagnifier = QStringLiteral("picker/magnifier");
 const QString kNamesLibrary = QStringLiteral("names/library");
 
 QString hostSettingsKey(const QString& key) { return QStringLiteral("hosts/") + key; }
@@ -73,6 +74,7 @@ Preferences Preferences::load() {
   if (const auto on = readBool(settings, kHistoryRecent)) preferences.showRecentColors_ = *on;
   if (const auto on = readBool(settings, kHistoryPalettes)) preferences.paletteFilesEnabled_ = *on;
   if (const auto on = readBool(settings, kNamesShow)) preferences.showColorNames_ = *on;
+  if (const auto on = readBool(settings, kPickerMagnifier)) preferences.magnifierEnabled_ = *on;
   bool isNumber = false;
   const int row = settings.value(kNamesLibrary).toString().trimmed().toInt(&isNumber);
   if (isNumber) preferences.setNameLibrary(row);
@@ -90,6 +92,7 @@ void Preferences::save() const {
   settings.setValue(kHistoryPalettes, paletteFilesEnabled_);
   settings.setValue(kNamesShow, showColorNames_);
   settings.setValue(kNamesLibrary, nameLibrary_);
+  settings.setValue(kPickerMagnifier, magnifierEnabled_);
   settings.sync();
 }
 

@@ -27,6 +27,8 @@ class Commander;
 //                                   named colour
 //   names/library      int, 0       the active name library's row in the
 //                                   library dialog
+//   picker/magnifier   bool, false  an armed screen pick shows a magnifier
+//                                   and takes the keyboard (X11)
 //
 // A missing key, or a value that is not one of its kind (a bool is true,
 // false, 1 or 0), reads as the default. GUI-free: the desktop panel and
@@ -74,6 +76,8 @@ class Preferences {
   void setPaletteFilesEnabled(bool enabled) { paletteFilesEnabled_ = enabled; }
   bool showColorNames() const { return showColorNames_; }
   void setShowColorNames(bool shown) { showColorNames_ = shown; }
+  bool magnifierEnabled() const { return magnifierEnabled_; }
+  void setMagnifierEnabled(bool enabled) { magnifierEnabled_ = enabled; }
   // A row of the library dialog; negative rows read as 0.
   int nameLibrary() const { return nameLibrary_; }
   void setNameLibrary(int row) { nameLibrary_ = row < 0 ? 0 : row; }
@@ -94,6 +98,7 @@ class Preferences {
   bool showRecentColors_ = false;
   bool paletteFilesEnabled_ = false;
   bool showColorNames_ = false;
+  bool magnifierEnabled_ = false;
   int nameLibrary_ = 0;
 };
 

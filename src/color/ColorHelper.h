@@ -1,9 +1,12 @@
 #pragma once
 
 #include <QColor>
+#include <QImage>
 #include <QObject>
+#include <QPoint>
 #include <QPointF>
 #include <QPointer>
+#include <QRect>
 #include <QtGlobal>
 #include <atomic>
 #include <functional>
@@ -77,10 +80,30 @@ class ScreenSampler {
   virtual void sample(QPointF at, Completion done) = 0;
 };
 
+// What the magnifier needs from the window system: the pointer's pixel, the
+// pixels around it and a way to move the pointer by whole device pixels. Only
+// where the screen can be read at will (X11); the portal shows its own.
+class PickLensSource {
+ public:
+  virtual ~PickLensSource() = default;
+  // The device pixel under the pointer, top-left origin; nullopt when the
+  // pointer cannot be found.
+  virtual std::optional<QPoint> pointerPixel() = 0;
+  // The device pixels of `area` (top-left origin), area.size() of them;
+  // pixels outside the screen are transparent black. A null image when the
+  // screen cannot be read.
+  virtual QImage grab(const QRect& area) = 0;
+  // Moves the pointer by (dx, dy) device pixels; the window system keeps it on
+  // the screen.
+  virtual void movePointerBy(int dx, int dy) = 0;
+};
+
 struct ScreenBackend {
   std::shared_ptr<GlobalClickMonitor> monitor;
   std::shared_ptr<PointerSource> pointer;
   std::shared_ptr<ScreenSampler> sampler;
+  // Absent where there is no magnifier (the portal).
+  std::shared_ptr<PickLensSource> lens = nullptr;
 };
 
 // The backend for the running session: the desktop portal in a Wayland
@@ -165,6 +188,9 @@ class ColorHelper : public QObject {
   // The height in device pixels of the display the sampler reads; what the
   // panel stores in mainScreenHeight.
   qint64 mainDisplayPixelsHigh() const;
+
+  // The magnifier's source, or null where the backend has none.
+  const std::shared_ptr<PickLensSource>& lensSource() const { return backend_.lens; }
 
  private:
   void postSample(const std::optional<ScreenSample>& sampled);

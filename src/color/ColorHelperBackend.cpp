@@ -9,6 +9,7 @@
 #include "color/portal/PortalColorPicker.h"
 #include "color/x11/X11Compositor.h"
 #include "color/x11/X11Connection.h"
+#include "color/x11/X11LensSource.h"
 #include "color/x11/X11PointerSource.h"
 #include "color/x11/X11ScreenSampler.h"
 #include "color/x11/XInputClickMonitor.h"
@@ -35,7 +36,8 @@ ScreenBackend makeScreenBackend() {
   auto connection = std::make_shared<x11::X11Connection>();
   return {std::make_shared<x11::XInputClickMonitor>(connection),
           std::make_shared<x11::X11PointerSource>(connection),
-          std::make_shared<x11::X11ScreenSampler>(connection)};
+          std::make_shared<x11::X11ScreenSampler>(connection),
+          std::make_shared<x11::X11LensSource>(connection)};
 }
 
 ColorHelper::ColorHelper(QObject* parent) : ColorHelper(makeScreenBackend(), parent) {}

@@ -58,6 +58,23 @@ struct FakeSampler : ScreenSampler {
   }
 };
 
+// The magnifier's source: one colour everywhere, a pointer the keys move.
+struct FakeLensSource : PickLensSource {
+  QPoint pointer{100, 100};
+  QColor fill = QColor(10, 20, 30);
+  std::vector<QPoint> moves;
+  std::optional<QPoint> pointerPixel() override { return pointer; }
+  QImage grab(const QRect& area) override {
+    QImage image(area.size(), QImage::Format_ARGB32);
+    image.fill(fill);
+    return image;
+  }
+  void movePointerBy(int dx, int dy) override {
+    pointer += QPoint(dx, dy);
+    moves.emplace_back(dx, dy);
+  }
+};
+
 // Everything posted on the two picking notifications. Observers can never be
 // removed, so one recorder lives for the whole test process.
 struct PickRecorder {

@@ -62,6 +62,7 @@ PreferencesDialog::PreferencesDialog(PanelLogic& logic, QWidget* parent)
   layout->addWidget(buildHosts());
   layout->addWidget(buildCopy());
   layout->addWidget(buildHistory());
+  layout->addWidget(buildPicking());
   layout->addWidget(buildReports(), 1);
   layout->addWidget(buttons);
 
@@ -128,6 +129,22 @@ QWidget* PreferencesDialog::buildCopy() {
   form->addRow(makeText(tr("The text goes to the clipboard exactly as the panel shows it. The "
                            "colour Tintwell starts with is not copied, nor a repeat."),
                         box));
+  return box;
+}
+
+QWidget* PreferencesDialog::buildPicking() {
+  auto* box = new QGroupBox(tr("Picking from the screen"), this);
+  auto* form = new QVBoxLayout(box);
+  magnifierBox_ = new QCheckBox(tr("Show a magnifier while picking"), box);
+  magnifierBox_->setObjectName(QStringLiteral("magnifier"));
+  magnifierBox_->setChecked(logic_.preferences().magnifierEnabled());
+  connect(magnifierBox_, &QCheckBox::toggled, this,
+          [this](bool on) { change([&](Preferences& p) { p.setMagnifierEnabled(on); }); });
+  form->addWidget(magnifierBox_);
+  form->addWidget(makeText(tr("With the magnifier, the arrow keys move the pointer by one pixel "
+                              "(with Shift, by ten), Enter or Space picks and Escape cancels. On "
+                              "X11; a Wayland desktop shows its own picker."),
+                           box));
   return box;
 }
 

@@ -41,6 +41,7 @@ class PreferencesDialog : public QDialog {
   QCheckBox* recentBox() const { return recentBox_; }
   QCheckBox* paletteFilesBox() const { return paletteFilesBox_; }
   QCheckBox* namesBox() const { return namesBox_; }
+  QCheckBox* magnifierBox() const { return magnifierBox_; }
   // "Names from: <library>", the active name library.
   QLabel* nameLibraryLabel() const { return nameLibraryLabel_; }
   // Copies a name library (.csv, .gpl, .ase) among the user's and makes it
@@ -60,6 +61,7 @@ class PreferencesDialog : public QDialog {
   QWidget* buildHosts();
   QWidget* buildCopy();
   QWidget* buildHistory();
+  QWidget* buildPicking();
   void showNameLibrary();
   QWidget* buildReports();
   // Edits the panel's preferences, applies them and saves them.
@@ -75,6 +77,7 @@ class PreferencesDialog : public QDialog {
   QCheckBox* recentBox_ = nullptr;
   QCheckBox* paletteFilesBox_ = nullptr;
   QCheckBox* namesBox_ = nullptr;
+  QCheckBox* magnifierBox_ = nullptr;
   QLabel* nameLibraryLabel_ = nullptr;
   QLabel* reportsWaiting_ = nullptr;
   QPlainTextEdit* reportBodies_ = nullptr;

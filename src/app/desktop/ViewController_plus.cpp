@@ -16,6 +16,7 @@
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/ClearWindow.h"
 #include "color/picker/DropperCursor.h"
+#include "color/picker/PickLens.h"
 #include "common/Fatal.h"
 #include "common/Version.h"
 #include "library/dialog/VCPantonePicker.h"
@@ -292,6 +293,32 @@ void ViewController_plus::findScreenColor() {
   Q_EMIT closingForScreenPick();
   window()->close();
   setDropperCursor();
+  showPickLens();
+}
+
+void ViewController_plus::showPickLens() {
+  const std::shared_ptr<PickLensSource>& source = colorHelper().lensSource();
+  if (!logic_->preferences().magnifierEnabled() || !source) return;
+  if (pickLens_) pickLens_->close();
+  // The lens lives while the pick is armed; a click, a key pick and a cancel
+  // all disarm it.
+  auto* lens = new PickLens(source, [self = QPointer<ViewController_plus>(this)] {
+    return self && static_cast<bool>(self->colorHelper().bPickScreenColor);
+  });
+  pickLens_ = lens;
+  connect(lens, &PickLens::pickRequested, this, [this] { colorHelper().mouseDownHandler(); });
+  connect(lens, &PickLens::cancelRequested, this, &ViewController_plus::cancelScreenPick);
+  lens->start();
+}
+
+void ViewController_plus::cancelScreenPick() {
+  if (!colorHelper().bPickScreenColor) return;
+  colorHelper().bPickScreenColor = false;
+  logic_->disarmScreenPickCount();
+  if (pickingWindow_) pickingWindow_->close();
+  if (pickLens_) pickLens_->close();
+  restoreCursor();
+  Q_EMIT screenPickCancelled();
 }
 
 QString ViewController_plus::screenPickUnansweredText() {

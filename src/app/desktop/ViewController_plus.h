@@ -11,6 +11,7 @@
 
 #include "app/PanelLogic.h"
 #include "app/PanelView.h"
+#include "color/picker/PickLens.h"
 
 namespace tw {
 
@@ -54,6 +55,13 @@ class ViewController_plus : public QWidget, public PanelView {
   void screenPickUnanswered();
   // What the dropper says then; one line.
   static QString screenPickUnansweredText();
+  // The user gave the armed pick up (Escape in the magnifier): both flags are
+  // disarmed, the picking window closes and the panel comes back without a
+  // new appearance; nothing is posted, pushed or counted.
+  void cancelScreenPick();
+  // The magnifier of the armed pick; null when there is none (the option is
+  // off, the backend has none, or no pick is armed).
+  PickLens* pickLens() const { return pickLens_; }
   // The version alert "Version : TW-V <version>".
   void showSetting();
   // Deliberately does nothing.
@@ -131,6 +139,8 @@ class ViewController_plus : public QWidget, public PanelView {
  private:
   void buildLayout();
   QPixmap imageNamed(const QString& name) const;
+  // The magnifier for the pick just armed, when the option is on.
+  void showPickLens();
 
   std::unique_ptr<PanelLogic> logic_;
   ColorTransfer* colorTransfer_ = nullptr;
@@ -138,6 +148,7 @@ class ViewController_plus : public QWidget, public PanelView {
   QPointer<PreferencesDialog> preferencesDialog_;
   QPointer<HistoryWindow> historyWindow_;
   QPointer<QWidget> pickingWindow_;
+  QPointer<PickLens> pickLens_;
   std::vector<ColorStruct> recentShown_;
 };
 

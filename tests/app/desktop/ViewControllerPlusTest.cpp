@@ -16,6 +16,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
+#include <QKeyEvent>
 #include <QLayout>
 #include <QMessageBox>
 #include <QTemporaryDir>
@@ -479,6 +480,105 @@ TEST_F(PanelWithoutPortalTest, TheDropperSaysThePortalDidNotAnswerAndNothingIsPo
   EXPECT_EQ(record().counter_screen, before.counter_screen);
   EXPECT_TRUE(testing::PickRecorder::instance().newColors.empty());
   testing::PickRecorder::instance().clear();
+}
+
+void pressKey(QWidget* widget, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+  QKeyEvent press(QEvent::KeyPress, key, modifiers);
+  QCoreApplication::sendEvent(widget, &press);
+  QKeyEvent release(QEvent::KeyRelease, key, modifiers);
+  QCoreApplication::sendEvent(widget, &release);
+}
+
+// The magnifier option with a lens source beside the fake seams.
+class PanelWithLensTest : public ViewControllerPlusTest {
+ protected:
+  PanelWithLensTest() { backend_ = ScreenBackend{monitor_, pointer_, sampler_, lens_}; }
+  void enableMagnifier(bool on) {
+    Preferences preferences = panel_->logic().preferences();
+    preferences.setMagnifierEnabled(on);
+    panel_->logic().applyPreferences(preferences);
+  }
+  std::shared_ptr<testing::FakeLensSource> lens_ = std::make_shared<testing::FakeLensSource>();
+};
+
+TEST_F(PanelWithLensTest, TheMagnifierIsOffByDefault) {
+  start();
+  EXPECT_FALSE(panel_->logic().preferences().magnifierEnabled());
+  pick(QColor(7, 8, 9));
+  EXPECT_EQ(panel_->pickLens(), nullptr);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#070809"; }));
+}
+
+TEST_F(PanelWithLensTest, EscapeInTheMagnifierGivesThePickUpAndNothingIsPostedOrCounted) {
+  start();
+  enableMagnifier(true);
+  testing::PickRecorder::instance().clear();
+  const auto before = record();
+  const qint64 pushesBefore = photoshopPushes();
+  const QString hexBefore = panel_->hexInfo->text();
+  panel_->findScreenColor();
+  ASSERT_FALSE(window_->isVisible());
+  QPointer<PickLens> lens = panel_->pickLens();
+  ASSERT_NE(lens, nullptr);
+  EXPECT_TRUE(lens->isVisible());
+  takeOutput();
+  pressKey(lens, Qt::Key_Escape);
+  ASSERT_TRUE(waitFor([&] { return window_->isVisible() && lens.isNull(); }));
+  spin(50);
+  EXPECT_FALSE(window_->testAttribute(Qt::WA_DontShowOnScreen));
+  EXPECT_TRUE(waitFor([] { return pickingWindows().isEmpty(); }));
+  EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);
+  EXPECT_FALSE(panel_->colorHelper().bPickScreenColor);
+  EXPECT_FALSE(panel_->logic().apiLogger().bPickScreenColor);
+  EXPECT_TRUE(testing::PickRecorder::instance().newColors.empty());
+  EXPECT_TRUE(testing::PickRecorder::instance().mouseDowns.empty());
+  EXPECT_EQ(panel_->hexInfo->text(), hexBefore);
+  EXPECT_EQ(record().counter_screen, before.counter_screen);
+  EXPECT_EQ(record().counter_device, before.counter_device);
+  EXPECT_EQ(photoshopPushes(), pushesBefore);
+  EXPECT_TRUE(sampler_->reads.empty());
+  EXPECT_FALSE(panel_->hostMessage->isVisible());
+  // Back without a new appearance, and a late click picks nothing.
+  EXPECT_FALSE(takeOutput().contains("FAFAFA\n"));
+  monitor_->click();
+  spin(20);
+  EXPECT_TRUE(sampler_->reads.empty());
+  testing::PickRecorder::instance().clear();
+}
+
+TEST_F(PanelWithLensTest, KeysNudgeThePointerAndEnterPicksLikeAClick) {
+  start();
+  enableMagnifier(true);
+  sampler_->color = QColor(60, 127, 224);
+  panel_->findScreenColor();
+  QPointer<PickLens> lens = panel_->pickLens();
+  ASSERT_NE(lens, nullptr);
+  pressKey(lens, Qt::Key_Right);
+  pressKey(lens, Qt::Key_Down, Qt::ShiftModifier);
+  pressKey(lens, Qt::Key_Left, Qt::ShiftModifier);
+  pressKey(lens, Qt::Key_Up);
+  EXPECT_EQ(lens_->moves, (std::vector<QPoint>{{1, 0}, {0, 10}, {-10, 0}, {0, -1}}));
+  EXPECT_TRUE(lens->centreHex() == QStringLiteral("#0A141E"));
+  pressKey(lens, Qt::Key_Return);
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#3C7FE0"; }));
+  EXPECT_EQ(sampler_->reads.size(), 1u);
+  EXPECT_TRUE(waitFor([&] { return lens.isNull(); }));
+  EXPECT_TRUE(waitFor([&] { return window_->isVisible(); }));
+  EXPECT_EQ(record().counter_screen, 1);
+  EXPECT_EQ(photoshopPushes(), 1);
+}
+
+TEST_F(PanelWithLensTest, AClickPicksAsBeforeAndTheMagnifierGoes) {
+  start();
+  enableMagnifier(true);
+  sampler_->color = QColor(1, 2, 3);
+  panel_->findScreenColor();
+  QPointer<PickLens> lens = panel_->pickLens();
+  ASSERT_NE(lens, nullptr);
+  monitor_->click();
+  ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#010203"; }));
+  EXPECT_TRUE(waitFor([&] { return lens.isNull(); }));
+  EXPECT_EQ(record().counter_screen, 1);
 }
 
 TEST_F(ViewControllerPlusTest, AfterOneScreenPickTelemetryTicksTwicePerPeriod) {

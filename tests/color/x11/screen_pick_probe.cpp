@@ -7,17 +7,30 @@
 //   --fill R,G,B            fill it with one colour, or
 //   --columns R,G,B/R,G,B   alternate two colours per device pixel column
 //   --arm                   arm a pick at start
+//   --gradient              paint every device pixel (x, y) of the window in
+//                           its own colour: red x % 256, green y % 256, blue
+//                           (x / 256) * 16 + y / 256, counted from the window
+//   --root-gradient         cover the whole root window (every monitor) with an
+//                           override-redirect X window of the same gradient,
+//                           counted from the root's origin, in device pixels
+//                           whatever Qt's scale
 //   --picker-over           show the picking window over everything (even
 //                           without a compositor) to test that clicks go through
+//   --lens                  every arming also shows the magnifier (PickLens)
 //
-// Lines: HEIGHT h, READY, ARMED, CLICK_SEEN, MOUSE_DOWN, BELOW_PRESS x y,
-// NEW_COLOR r g b HEX quilla, PICKER_WINID id, plus the picker's own log lines.
+// Commands: arm, quit, lens (prints LENS_INFO).
+// Lines: SCREEN name x y w h ratio (Qt's screens, logical), HEIGHT h, READY, ARMED, CLICK_SEEN,
+// MOUSE_DOWN, BELOW_PRESS x y, NEW_COLOR r g b HEX quilla, PICKER_WINID id, LENS_PLACED x y w h
+// (device pixels), LENS_KEYBOARD, LENS_WINID id, LENS_INFO hex frames, LENS_CLOSED, CANCELLED, plus
+// the picker's own log lines.
 #include <unistd.h>
 #include <QApplication>
 #include <QColor>
 #include <QImage>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPointer>
+#include <QScreen>
 #include <QSocketNotifier>
 #include <QTimer>
 #include <QWidget>
@@ -29,12 +42,65 @@
 #include "color/ColorStruct.h"
 #include "color/picker/ClearViewVC.h"
 #include "color/picker/ClearWindow.h"
+#include "color/picker/PickLens.h"
 #include "color/x11/X11Connection.h"
 #include "common/Log.h"
+
+// Xlib last: its macros (Bool, Status, None) clash with Qt headers.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
 
 namespace {
+
+QRgb gradientAt(int x, int y) { return qRgb(x % 256, y % 256, (x / 256) * 16 + y / 256); }
+
+// An X window over the whole root, painted through Xlib so that Qt's scaling
+// has no part in it. Lives until the process ends.
+void coverRootWithGradient() {
+  Display* display = XOpenDisplay(nullptr);
+  if (!display) return;
+  const int screen = DefaultScreen(display);
+  const int width = DisplayWidth(display, screen);
+  const int height = DisplayHeight(display, screen);
+  const int depth = DefaultDepth(display, screen);
+  // The gradient is the window's background pixmap, so the server itself
+  // repaints whatever the lens uncovers.
+  const Pixmap pixmap =
+      XCreatePixmap(display, DefaultRootWindow(display), static_cast<unsigned>(width),
+                    static_cast<unsigned>(height), static_cast<unsigned>(depth));
+  XImage* image = XGetImage(display, pixmap, 0, 0, static_cast<unsigned>(width),
+                            static_cast<unsigned>(height), AllPlanes, ZPixmap);
+  if (!image) return;
+  const Visual* visual = DefaultVisual(display, screen);
+  const auto put = [](unsigned long mask, int value) -> unsigned long {
+    int shift = 0;
+    while (mask && ((mask >> shift) & 1UL) == 0) ++shift;
+    const unsigned long maximum = mask >> shift;
+    return ((static_cast<unsigned long>(value) * maximum + 127) / 255) << shift;
+  };
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      const QRgb c = gradientAt(x, y);
+      XPutPixel(image, x, y,
+                put(visual->red_mask, qRed(c)) | put(visual->green_mask, qGreen(c)) |
+                    put(visual->blue_mask, qBlue(c)));
+    }
+  XPutImage(display, pixmap, DefaultGC(display, screen), image, 0, 0, 0, 0,
+            static_cast<unsigned>(width), static_cast<unsigned>(height));
+  XDestroyImage(image);
+
+  XSetWindowAttributes attributes{};
+  attributes.override_redirect = True;
+  attributes.background_pixmap = pixmap;
+  const Window window =
+      XCreateWindow(display, DefaultRootWindow(display), 0, 0, static_cast<unsigned>(width),
+                    static_cast<unsigned>(height), 0, CopyFromParent, InputOutput, CopyFromParent,
+                    CWOverrideRedirect | CWBackPixmap, &attributes);
+  XMapWindow(display, window);
+  XSync(display, False);
+}
 
 QColor parseColour(const QString& text) {
   const QStringList parts = text.split(QLatin1Char(','));
@@ -43,10 +109,11 @@ QColor parseColour(const QString& text) {
 
 class Target : public QWidget {
  public:
-  Target(QColor even, QColor odd, std::function<void()> firstPaint)
+  Target(QColor even, QColor odd, bool gradient, std::function<void()> firstPaint)
       : QWidget(nullptr, Qt::FramelessWindowHint),
         even_(even),
         odd_(odd),
+        gradient_(gradient),
         firstPaint_(std::move(firstPaint)) {}
 
  protected:
@@ -56,7 +123,8 @@ class Target : public QWidget {
     QImage image((size() * ratio), QImage::Format_RGB32);
     for (int x = 0; x < image.width(); ++x) {
       const QRgb c = (x % 2 ? odd_ : even_).rgb();
-      for (int y = 0; y < image.height(); ++y) image.setPixel(x, y, c);
+      for (int y = 0; y < image.height(); ++y)
+        image.setPixel(x, y, gradient_ ? gradientAt(x, y) : c);
     }
     image.setDevicePixelRatio(ratio);
     QPainter(this).drawImage(QPointF(0, 0), image);
@@ -74,6 +142,7 @@ class Target : public QWidget {
  private:
   QColor even_;
   QColor odd_;
+  bool gradient_;
   std::function<void()> firstPaint_;
 };
 
@@ -116,8 +185,58 @@ int main(int argc, char** argv) {
   helper.installMonitor();
   helper.mainScreenHeight = helper.mainDisplayPixelsHigh();
   backend.monitor->addHandler([] { tw::logLine(std::string_view("CLICK_SEEN")); });
+  for (const QScreen* screen : QGuiApplication::screens()) {
+    const QRect g = screen->geometry();
+    tw::logLine(QStringLiteral("SCREEN %1 %2 %3 %4 %5 %6")
+                    .arg(screen->name())
+                    .arg(g.x())
+                    .arg(g.y())
+                    .arg(g.width())
+                    .arg(g.height())
+                    .arg(screen->devicePixelRatio()));
+  }
   tw::logLine(QStringLiteral("HEIGHT %1").arg(*helper.mainScreenHeight));
-  if (args.contains(QLatin1String("--arm"))) helper.bPickScreenColor = true;
+  if (args.contains(QLatin1String("--root-gradient"))) coverRootWithGradient();
+
+  const bool withLens = args.contains(QLatin1String("--lens"));
+  QPointer<tw::PickLens> lens;
+  auto arm = [&] {
+    helper.bPickScreenColor = true;
+    if (!withLens) return;
+    lens = new tw::PickLens(backend.lens,
+                            [&helper] { return static_cast<bool>(helper.bPickScreenColor); });
+    QObject::connect(lens, &tw::PickLens::placed, [](const QRect& r) {
+      tw::logLine(QStringLiteral("LENS_PLACED %1 %2 %3 %4")
+                      .arg(r.x())
+                      .arg(r.y())
+                      .arg(r.width())
+                      .arg(r.height()));
+    });
+    QObject::connect(lens, &tw::PickLens::pickRequested, [&helper] { helper.mouseDownHandler(); });
+    QObject::connect(lens, &tw::PickLens::cancelRequested, [&helper] {
+      helper.bPickScreenColor = false;
+      tw::logLine(std::string_view("CANCELLED"));
+    });
+    QObject::connect(lens, &QObject::destroyed,
+                     [] { tw::logLine(std::string_view("LENS_CLOSED")); });
+    lens->start();
+    tw::logLine(QStringLiteral("LENS_WINID %1").arg(lens->winId()));
+    // The keyboard grab waits for the window to be mapped.
+    auto* poll = new QTimer(lens);
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, l = lens] {
+      if (!l || !l->hasKeyboard()) return;
+      tw::x11::syncQtConnection();
+      tw::logLine(std::string_view("LENS_KEYBOARD"));
+      poll->stop();
+    });
+    poll->start(10);
+  };
+  if (args.contains(QLatin1String("--arm"))) {
+    if (withLens)
+      QTimer::singleShot(0, arm);
+    else
+      helper.bPickScreenColor = true;
+  }
 
   QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
   QObject::connect(&input, &QSocketNotifier::activated, [&] {
@@ -130,8 +249,12 @@ int main(int argc, char** argv) {
     const QByteArray commands(buffer, static_cast<int>(n));
     for (const QByteArray& command : commands.split('\n')) {
       if (command == "arm") {
-        helper.bPickScreenColor = true;
+        arm();
         tw::logLine(std::string_view("ARMED"));
+      } else if (command == "lens") {
+        tw::logLine(QStringLiteral("LENS_INFO %1 %2")
+                        .arg(lens ? lens->centreHex() : QStringLiteral("-"))
+                        .arg(lens ? lens->framesDrawn() : 0));
       } else if (command == "quit") {
         QApplication::quit();
       }
@@ -143,7 +266,7 @@ int main(int argc, char** argv) {
     tw::x11::syncQtConnection();
     tw::logLine(std::string_view("READY"));
   };
-  Target target(even, odd, [&] {
+  Target target(even, odd, args.contains(QLatin1String("--gradient")), [&] {
     if (!pickerOver) return ready();
     picker = tw::ClearWindow::windowWithContentViewController(new tw::ClearViewVC);
     picker->orderFrontEvenWithoutCompositor();
