@@ -6,7 +6,10 @@
 // between double quotes with each inner quote doubled, and readCsv() takes the
 // outer quotes off and halves the inner ones again. Any field that starts and
 // ends with a quote is read that way. The reader turns every "\r\n" into "\n"
-// before splitting, so a name holding "\r\n" reads back with "\n" there.
+// before splitting, so a name holding "\r\n" reads back with "\n" there; and
+// as one pass of that can leave "\r\n" behind ("\r\r\n"), readCsv() drops
+// every run of "\r" before a "\n" in a name, so that what it reads is written
+// and read back the same.
 
 #include <QStringDecoder>
 
@@ -59,6 +62,18 @@ bool hexOf(const QString& field, Swatch& swatch) {
   swatch.green = int((rgb >> 8) & 0xFF);
   swatch.blue = int(rgb & 0xFF);
   return true;
+}
+
+QString withoutCarriageReturnsBeforeLineFeeds(const QString& text) {
+  if (!text.contains(u'\r')) return text;
+  QString out;
+  out.reserve(text.size());
+  for (const QChar c : text) {
+    if (c == u'\n')
+      while (out.endsWith(u'\r')) out.chop(1);
+    out.append(c);
+  }
+  return out;
 }
 
 }  // namespace
@@ -129,7 +144,7 @@ ReadResult readCsv(const QByteArray& bytes) {
       return i >= 0 && i < fields.size() ? fields[i] : QString();
     };
     Swatch swatch;
-    swatch.name = unquoteField(field(name));
+    swatch.name = withoutCarriageReturnsBeforeLineFeeds(unquoteField(field(name)));
     bool ok = false;
     if (hex >= 0 && !CSwiftV::isBlank(field(hex))) {
       ok = hexOf(field(hex), swatch);

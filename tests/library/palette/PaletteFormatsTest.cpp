@@ -389,6 +389,18 @@ TEST(CsvRead, CarriageReturnsBeforeLineFeedsAreNoHeaderLine) {
   EXPECT_EQ(readPalette("\r\n", Format::Csv).error, QStringLiteral("no header line"));
 }
 
+TEST(CsvRead, ANameReadWithCarriageReturnsBeforeALineFeedReadsBackTheSame) {
+  // "\r\r\r\n" in the file: the reader's own passes leave "\r\n", which a
+  // second write and read would not keep; every "\r" before "\n" goes.
+  const ReadResult first = readPalette("name,hex\n\"a\r\r\r\nb\rc\",#010203\n", Format::Csv);
+  ASSERT_TRUE(first.palette) << first.error.toStdString();
+  ASSERT_EQ(first.palette->swatches.size(), 1u);
+  EXPECT_EQ(first.palette->swatches[0].name, QStringLiteral("a\nb\rc"));
+  const ReadResult second = readPalette(writePalette(*first.palette, Format::Csv), Format::Csv);
+  ASSERT_TRUE(second.palette) << second.error.toStdString();
+  EXPECT_EQ(second.palette->swatches, first.palette->swatches);
+}
+
 // --- exporters read by independent readers --------------------------------
 
 struct ScriptRun {
