@@ -96,6 +96,15 @@ class PickLensSource {
   // Moves the pointer by (dx, dy) device pixels; the window system keeps it on
   // the screen.
   virtual void movePointerBy(int dx, int dy) = 0;
+  // Gives our top-level window `window` (a native id) the device rectangle
+  // `rect` and answers true; false where the window system does not allow
+  // it, and the caller places the window itself. Qt's logical coordinates
+  // cannot name every device position when monitors have different scales.
+  virtual bool placeWindow(quintptr window, const QRect& rect) {
+    (void)window;
+    (void)rect;
+    return false;
+  }
 };
 
 struct ScreenBackend {

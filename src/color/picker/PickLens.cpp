@@ -58,6 +58,11 @@ void PickLens::start() {
   follow();
   if (!armed_ || !armed_()) return;
   show();
+  // Where Qt mapped it is only near the right place on monitors of
+  // different scales: place it again, now by device pixels.
+  lastPlacement_ = QRect();
+  lastPointer_ = QPoint(-1, -1);
+  follow();
   timer_.start();
   tryGrabKeyboard();
 }
@@ -97,22 +102,26 @@ void PickLens::place(QPoint pointer) {
   if (!screen) return;
   const qreal ratio = screen->devicePixelRatio();
   const QRect monitor = deviceRect(screen);
-  const QSize lens(static_cast<int>(std::ceil(width() * ratio)),
-                   static_cast<int>(std::ceil(height() * ratio)));
+  // From the fixed logical size: Qt's own idea of it can lag behind a move
+  // to a monitor of another scale.
+  const QSize lens(static_cast<int>(std::ceil(kPixels * kZoom * ratio)),
+                   static_cast<int>(std::ceil((kPixels * kZoom + kLabelHeight) * ratio)));
   const QRect device = lensPlacement(pointer, lens, monitor, kGap);
-  // Back to logical coordinates: the screen's origin stays, offsets shrink.
-  // Rounded away from the pointer, so rounding never brings the lens closer.
-  const QPointF offset = QPointF(device.topLeft() - monitor.topLeft()) / ratio;
-  const int x =
-      static_cast<int>(device.x() > pointer.x() ? std::ceil(offset.x()) : std::floor(offset.x()));
-  const int y =
-      static_cast<int>(device.y() > pointer.y() ? std::ceil(offset.y()) : std::floor(offset.y()));
-  const QPoint logical = monitor.topLeft() + QPoint(x, y);
-  if (logical != pos() || device != lastPlacement_) {
-    move(logical);
-    lastPlacement_ = device;
-    Q_EMIT placed(device);
+  if (device == lastPlacement_) return;
+  lastPlacement_ = device;
+  // Once shown, the window system puts it exactly where it belongs; before,
+  // Qt's logical coordinates tell Qt where to map it.
+  if (!isVisible() || !source_->placeWindow(winId(), device)) {
+    // The screen's origin stays, offsets shrink. Rounded away from the
+    // pointer, so rounding never brings the lens closer.
+    const QPointF offset = QPointF(device.topLeft() - monitor.topLeft()) / ratio;
+    const int x =
+        static_cast<int>(device.x() > pointer.x() ? std::ceil(offset.x()) : std::floor(offset.x()));
+    const int y =
+        static_cast<int>(device.y() > pointer.y() ? std::ceil(offset.y()) : std::floor(offset.y()));
+    move(monitor.topLeft() + QPoint(x, y));
   }
+  Q_EMIT placed(device);
 }
 
 void PickLens::paintEvent(QPaintEvent*) {

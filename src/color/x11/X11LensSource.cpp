@@ -85,4 +85,18 @@ void X11LensSource::movePointerBy(int dx, int dy) {
   connection_->readQueuedEvents();
 }
 
+bool X11LensSource::placeWindow(quintptr window, const QRect& rect) {
+  Display* display = connection_->display();
+  if (!display || window == 0) return false;
+  // Qt's own requests for the window (mapping it, moving it) first: the two
+  // connections have no order between them.
+  syncQtConnection();
+  // Our own override-redirect window: no window manager moves it back.
+  if (rect.isEmpty()) return false;
+  XMoveResizeWindow(display, static_cast<Window>(window), rect.x(), rect.y(),
+                    static_cast<unsigned>(rect.width()), static_cast<unsigned>(rect.height()));
+  XFlush(display);
+  return true;
+}
+
 }  // namespace tw::x11

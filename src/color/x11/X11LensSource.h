@@ -18,6 +18,7 @@ class X11LensSource : public PickLensSource {
   std::optional<QPoint> pointerPixel() override;
   QImage grab(const QRect& area) override;
   void movePointerBy(int dx, int dy) override;
+  bool placeWindow(quintptr window, const QRect& rect) override;
 
  private:
   std::shared_ptr<X11Connection> connection_;

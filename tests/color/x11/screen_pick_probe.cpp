@@ -252,9 +252,11 @@ int main(int argc, char** argv) {
         arm();
         tw::logLine(std::string_view("ARMED"));
       } else if (command == "lens") {
-        tw::logLine(QStringLiteral("LENS_INFO %1 %2")
+        tw::logLine(QStringLiteral("LENS_INFO %1 %2 %3 %4")
                         .arg(lens ? lens->centreHex() : QStringLiteral("-"))
-                        .arg(lens ? lens->framesDrawn() : 0));
+                        .arg(lens ? lens->framesDrawn() : 0)
+                        .arg(lens && lens->screen() ? lens->screen()->name() : QStringLiteral("-"))
+                        .arg(lens ? lens->devicePixelRatioF() : 0.0));
       } else if (command == "quit") {
         QApplication::quit();
       }
