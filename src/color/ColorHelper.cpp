@@ -1,7 +1,10 @@
 #include "color/ColorHelper.h"
 
+#include <atomic>
 #include <charconv>
+#include <chrono>
 #include <cmath>
+#include <limits>
 #include <string>
 
 #include "color/ColorStruct.h"
@@ -35,7 +38,23 @@ std::string describe(double value) {
   return text;
 }
 
+std::atomic<qint64> coveringWindowGoneAt{std::numeric_limits<qint64>::min()};
+
+qint64 monotonicMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
 }  // namespace
+
+void noteCoveringWindowGone() { coveringWindowGoneAt.store(monotonicMs()); }
+
+qint64 msSinceCoveringWindowGone() {
+  const qint64 at = coveringWindowGoneAt.load();
+  if (at == std::numeric_limits<qint64>::min()) return std::numeric_limits<qint64>::max();
+  return monotonicMs() - at;
+}
 
 qint64 flippedY(double bottomLeftY, qint64 mainScreenHeight) {
   const qint64 y = truncatedToInt64(bottomLeftY, "pointer y");

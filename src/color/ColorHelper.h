@@ -125,6 +125,14 @@ ScreenBackend makeScreenBackend();
 // one the window would show near-black, so the picking window stays unshown.
 bool pickingWindowCanBeShown();
 
+// Our own windows that may cover the screen while a pick is armed (the
+// picking window) say when they leave it, so that a sampler knows whether
+// anything has yet to be repainted below them. Any thread.
+void noteCoveringWindowGone();
+// Milliseconds since the last such note, on the monotonic clock; a very large
+// number when there was none.
+qint64 msSinceCoveringWindowGone();
+
 // --- Picking rules, free so they can be tested on their own ------------------
 
 // The flip rule: the absolute value of (truncated bottom-left y − height).

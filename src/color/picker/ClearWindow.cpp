@@ -1,6 +1,7 @@
 #include "color/picker/ClearWindow.h"
 
 #include <QGuiApplication>
+#include <QHideEvent>
 #include <QPainter>
 #include <QScreen>
 
@@ -59,6 +60,12 @@ void ClearWindow::mouseClickDownWithNotification(const Notification&) {
   logLine(std::string_view("down down"));
   restoreCursor();
   close();
+}
+
+void ClearWindow::hideEvent(QHideEvent* event) {
+  // It was on the screen: what it covered has to be repainted before a read.
+  if (!event->spontaneous()) noteCoveringWindowGone();
+  QWidget::hideEvent(event);
 }
 
 void ClearWindow::paintEvent(QPaintEvent*) {

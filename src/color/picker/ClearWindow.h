@@ -47,6 +47,7 @@ class ClearWindow : public QWidget {
 
  protected:
   void paintEvent(QPaintEvent* event) override;
+  void hideEvent(QHideEvent* event) override;
 
  private:
   ClearViewVC* content_;

@@ -7,6 +7,7 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 
+#include "color/x11/X11Compositor.h"
 #include "color/x11/X11Connection.h"
 
 namespace tw::x11 {
@@ -33,14 +34,19 @@ qint64 colormapChannel(unsigned short value) {
 X11ScreenSampler::X11ScreenSampler(std::shared_ptr<X11Connection> connection)
     : connection_(std::move(connection)) {}
 
+bool X11ScreenSampler::mustSettle() {
+  return msSinceCoveringWindowGone() < kSettleMs || compositorRunning();
+}
+
 void X11ScreenSampler::sample(QPointF at, Completion done) {
   // Let the server see the picking window's unmap first.
   syncQtConnection();
-  QTimer::singleShot(kSettleMs, [connection = connection_, at, done = std::move(done)] {
-    const std::optional<ScreenSample> color = X11ScreenSampler(connection).colorAt(at);
-    connection->readQueuedEvents();
-    done(color);
-  });
+  QTimer::singleShot(
+      mustSettle() ? kSettleMs : 0, [connection = connection_, at, done = std::move(done)] {
+        const std::optional<ScreenSample> color = X11ScreenSampler(connection).colorAt(at);
+        connection->readQueuedEvents();
+        done(color);
+      });
 }
 
 std::optional<ScreenSample> X11ScreenSampler::colorAt(QPointF at) {

@@ -34,8 +34,15 @@ class X11ScreenSampler : public ScreenSampler {
   // nothing keeps covered pixels; with one, it repaints a frame later).
   static constexpr int kSettleMs = 100;
 
+  // Whether a read now has to wait kSettleMs: with a compositor (it repaints
+  // a frame later), or when a window of ours covered the screen within the
+  // last kSettleMs (see noteCoveringWindowGone()). Otherwise nothing of ours
+  // was over the pixel, and it is read at once.
+  static bool mustSettle();
+
   explicit X11ScreenSampler(std::shared_ptr<X11Connection> connection);
-  // Reads after kSettleMs, in the main event loop (no nested loop).
+  // Reads after the settling time (mustSettle()), in the main event loop (no
+  // nested loop, and never before sample() returns).
   void sample(QPointF at, Completion done) override;
   // The read itself, at once.
   std::optional<ScreenSample> colorAt(QPointF at);

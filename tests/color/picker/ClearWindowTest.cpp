@@ -5,6 +5,7 @@
 #include <QGuiApplication>
 #include <QPointer>
 #include <QScreen>
+#include <limits>
 
 #include "color/ColorHelper.h"
 #include "color/picker/ClearViewVC.h"
@@ -93,6 +94,21 @@ TEST_F(ClearWindowTest, MouseDownBringsBackTheMainWindowAndClosesItself) {
   const QString out = log.text();
   EXPECT_TRUE(window.isNull());
   EXPECT_EQ(out, "down down\nI'm closed!\n");
+}
+
+TEST_F(ClearWindowTest, LeavingTheScreenIsNotedSoThatTheReadWaitsForWhatItCovered) {
+  open()->orderFrontEvenWithoutCompositor();
+  postMouseDown();
+  EXPECT_LT(msSinceCoveringWindowGone(), 10000);
+}
+
+TEST_F(ClearWindowTest, AWindowNeverShownLeavesNoNote) {
+  ASSERT_EQ(msSinceCoveringWindowGone(), std::numeric_limits<qint64>::max());
+  open()->makeKeyAndOrderFront();
+  postMouseDown();
+  testing::settle();
+  EXPECT_TRUE(window.isNull());
+  EXPECT_EQ(msSinceCoveringWindowGone(), std::numeric_limits<qint64>::max());
 }
 
 TEST_F(ClearWindowTest, UnshownWindowIsAlsoClosedByTheMouseDown) {

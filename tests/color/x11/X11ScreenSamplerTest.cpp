@@ -2,6 +2,8 @@
 // kind of visual: the component's fraction of its maximum × 255, truncated.
 #include "color/x11/X11ScreenSampler.h"
 
+#include "color/x11/X11Compositor.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -88,6 +90,13 @@ TEST(ColormapChannel, EveryValueIsItsExactFloor) {
     ASSERT_EQ(colormapChannel(static_cast<unsigned short>(value)),
               static_cast<qint64>(value * 255 / 65535))
         << value;
+}
+
+TEST(X11ScreenSampler, ReadsAtOnceUnlessAWindowOfOursJustLeftTheScreen) {
+  if (compositorRunning()) GTEST_SKIP() << "a compositor runs here: every read waits";
+  EXPECT_FALSE(X11ScreenSampler::mustSettle());
+  noteCoveringWindowGone();
+  EXPECT_TRUE(X11ScreenSampler::mustSettle());
 }
 
 }  // namespace
