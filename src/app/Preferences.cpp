@@ -20,6 +20,8 @@ const QString kHistoryRecent = QStringLiteral("history/recent");
 const QString kHistoryPalettes = QStringLiteral("history/palettes");
 const QString kNamesShow = QStringLiteral("names/show");
 const QString kNamesLibrary = QStringLiteral("names/library");
+const QString kPenReconnect = QStringLiteral("pen/reconnect");
+const QString kNotifyEnabled = QStringLiteral("notify/enabled");
 
 QString hostSettingsKey(const QString& key) { return QStringLiteral("hosts/") + key; }
 
@@ -73,6 +75,8 @@ Preferences Preferences::load() {
   if (const auto on = readBool(settings, kHistoryRecent)) preferences.showRecentColors_ = *on;
   if (const auto on = readBool(settings, kHistoryPalettes)) preferences.paletteFilesEnabled_ = *on;
   if (const auto on = readBool(settings, kNamesShow)) preferences.showColorNames_ = *on;
+  if (const auto on = readBool(settings, kPenReconnect)) preferences.reconnectAutomatically_ = *on;
+  if (const auto on = readBool(settings, kNotifyEnabled)) preferences.notificationsEnabled_ = *on;
   bool isNumber = false;
   const int row = settings.value(kNamesLibrary).toString().trimmed().toInt(&isNumber);
   if (isNumber) preferences.setNameLibrary(row);
@@ -90,6 +94,8 @@ void Preferences::save() const {
   settings.setValue(kHistoryPalettes, paletteFilesEnabled_);
   settings.setValue(kNamesShow, showColorNames_);
   settings.setValue(kNamesLibrary, nameLibrary_);
+  settings.setValue(kPenReconnect, reconnectAutomatically_);
+  settings.setValue(kNotifyEnabled, notificationsEnabled_);
   settings.sync();
 }
 

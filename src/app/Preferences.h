@@ -27,6 +27,10 @@ class Commander;
 //                                   named colour
 //   names/library      int, 0       the active name library's row in the
 //                                   library dialog
+//   pen/reconnect      bool, false  after the pen disconnects, the link tries
+//                                   again by itself (1 s, 2 s, 4 s ... 60 s apart)
+//   notify/enabled     bool, true   desktop notifications for a low battery
+//                                   (20 %, 10 %) and a disconnected pen
 //
 // A missing key, or a value that is not one of its kind (a bool is true,
 // false, 1 or 0), reads as the default. GUI-free: the desktop panel and
@@ -77,6 +81,10 @@ class Preferences {
   // A row of the library dialog; negative rows read as 0.
   int nameLibrary() const { return nameLibrary_; }
   void setNameLibrary(int row) { nameLibrary_ = row < 0 ? 0 : row; }
+  bool reconnectAutomatically() const { return reconnectAutomatically_; }
+  void setReconnectAutomatically(bool on) { reconnectAutomatically_ = on; }
+  bool notificationsEnabled() const { return notificationsEnabled_; }
+  void setNotificationsEnabled(bool on) { notificationsEnabled_ = on; }
 
   // Switches the commander's hosts: Photoshop and Illustrator through its
   // script switches, the others through its native-host dispatcher when it
@@ -95,6 +103,8 @@ class Preferences {
   bool paletteFilesEnabled_ = false;
   bool showColorNames_ = false;
   int nameLibrary_ = 0;
+  bool reconnectAutomatically_ = false;
+  bool notificationsEnabled_ = true;
 };
 
 }  // namespace tw

@@ -66,6 +66,11 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
   for (const QKeySequence& keys : QKeySequence::keyBindings(QKeySequence::Preferences))
     if (!preferenceKeys.contains(keys)) preferenceKeys << keys;
   preferences->setShortcuts(preferenceKeys);
+  // The pen is not taken back by itself after a disconnection unless the
+  // preferences say so; this asks for it once.
+  QAction* reconnect =
+      addAction(tr("Reconnect"), QKeySequence(), [this] { content_->logic().reconnectPen(); });
+  reconnect->setObjectName(QStringLiteral("reconnectAction"));
   addAction(tr("About Tintwell"), QKeySequence(), [this] { content_->showSetting(); });
   auto* separator = new QAction(this);
   separator->setSeparator(true);

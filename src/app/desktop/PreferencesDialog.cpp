@@ -62,6 +62,7 @@ PreferencesDialog::PreferencesDialog(PanelLogic& logic, QWidget* parent)
   layout->addWidget(buildHosts());
   layout->addWidget(buildCopy());
   layout->addWidget(buildHistory());
+  layout->addWidget(buildPen());
   layout->addWidget(buildReports(), 1);
   layout->addWidget(buttons);
 
@@ -128,6 +129,31 @@ QWidget* PreferencesDialog::buildCopy() {
   form->addRow(makeText(tr("The text goes to the clipboard exactly as the panel shows it. The "
                            "colour Tintwell starts with is not copied, nor a repeat."),
                         box));
+  return box;
+}
+
+QWidget* PreferencesDialog::buildPen() {
+  auto* box = new QGroupBox(tr("Pen"), this);
+  auto* form = new QVBoxLayout(box);
+  const Preferences& preferences = logic_.preferences();
+  const auto addBox = [this, box, form](const QString& name, const QString& text, bool on,
+                                        void (Preferences::*set)(bool)) {
+    auto* check = new QCheckBox(text, box);
+    check->setObjectName(name);
+    check->setChecked(on);
+    connect(check, &QCheckBox::toggled, this,
+            [this, set](bool value) { change([&](Preferences& p) { (p.*set)(value); }); });
+    form->addWidget(check);
+    return check;
+  };
+  reconnectBox_ =
+      addBox(QStringLiteral("reconnectAutomatically"),
+             tr("Reconnect the pen automatically after it disconnects"),
+             preferences.reconnectAutomatically(), &Preferences::setReconnectAutomatically);
+  notificationsBox_ =
+      addBox(QStringLiteral("notificationsEnabled"),
+             tr("Desktop notifications for a low battery and a lost pen"),
+             preferences.notificationsEnabled(), &Preferences::setNotificationsEnabled);
   return box;
 }
 

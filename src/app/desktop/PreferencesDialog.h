@@ -41,6 +41,8 @@ class PreferencesDialog : public QDialog {
   QCheckBox* recentBox() const { return recentBox_; }
   QCheckBox* paletteFilesBox() const { return paletteFilesBox_; }
   QCheckBox* namesBox() const { return namesBox_; }
+  QCheckBox* reconnectBox() const { return reconnectBox_; }
+  QCheckBox* notificationsBox() const { return notificationsBox_; }
   // "Names from: <library>", the active name library.
   QLabel* nameLibraryLabel() const { return nameLibraryLabel_; }
   // Copies a name library (.csv, .gpl, .ase) among the user's and makes it
@@ -60,6 +62,7 @@ class PreferencesDialog : public QDialog {
   QWidget* buildHosts();
   QWidget* buildCopy();
   QWidget* buildHistory();
+  QWidget* buildPen();
   void showNameLibrary();
   QWidget* buildReports();
   // Edits the panel's preferences, applies them and saves them.
@@ -70,6 +73,8 @@ class PreferencesDialog : public QDialog {
   std::map<QString, QPointer<QLabel>> hostCounts_;
   QCheckBox* copyBox_ = nullptr;
   QComboBox* notationBox_ = nullptr;
+  QCheckBox* reconnectBox_ = nullptr;
+  QCheckBox* notificationsBox_ = nullptr;
   QCheckBox* reportsBox_ = nullptr;
   QCheckBox* historyBox_ = nullptr;
   QCheckBox* recentBox_ = nullptr;
