@@ -22,6 +22,7 @@ const QString kNamesShow = QStringLiteral("names/show");
 const QString kNamesLibrary = QStringLiteral("names/library");
 const QString kPenReconnect = QStringLiteral("pen/reconnect");
 const QString kNotifyEnabled = QStringLiteral("notify/enabled");
+const QString kTrayShow = QStringLiteral("tray/show");
 
 QString hostSettingsKey(const QString& key) { return QStringLiteral("hosts/") + key; }
 
@@ -77,6 +78,7 @@ Preferences Preferences::load() {
   if (const auto on = readBool(settings, kNamesShow)) preferences.showColorNames_ = *on;
   if (const auto on = readBool(settings, kPenReconnect)) preferences.reconnectAutomatically_ = *on;
   if (const auto on = readBool(settings, kNotifyEnabled)) preferences.notificationsEnabled_ = *on;
+  if (const auto on = readBool(settings, kTrayShow)) preferences.showTrayIcon_ = *on;
   bool isNumber = false;
   const int row = settings.value(kNamesLibrary).toString().trimmed().toInt(&isNumber);
   if (isNumber) preferences.setNameLibrary(row);
@@ -96,6 +98,7 @@ void Preferences::save() const {
   settings.setValue(kNamesLibrary, nameLibrary_);
   settings.setValue(kPenReconnect, reconnectAutomatically_);
   settings.setValue(kNotifyEnabled, notificationsEnabled_);
+  settings.setValue(kTrayShow, showTrayIcon_);
   settings.sync();
 }
 

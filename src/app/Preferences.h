@@ -31,6 +31,7 @@ class Commander;
 //                                   again by itself (1 s, 2 s, 4 s ... 60 s apart)
 //   notify/enabled     bool, true   desktop notifications for a low battery
 //                                   (20 %, 10 %) and a disconnected pen
+//   tray/show          bool, false  an icon in the desktop's tray
 //
 // A missing key, or a value that is not one of its kind (a bool is true,
 // false, 1 or 0), reads as the default. GUI-free: the desktop panel and
@@ -85,6 +86,8 @@ class Preferences {
   void setReconnectAutomatically(bool on) { reconnectAutomatically_ = on; }
   bool notificationsEnabled() const { return notificationsEnabled_; }
   void setNotificationsEnabled(bool on) { notificationsEnabled_ = on; }
+  bool showTrayIcon() const { return showTrayIcon_; }
+  void setShowTrayIcon(bool shown) { showTrayIcon_ = shown; }
 
   // Switches the commander's hosts: Photoshop and Illustrator through its
   // script switches, the others through its native-host dispatcher when it
@@ -105,6 +108,7 @@ class Preferences {
   int nameLibrary_ = 0;
   bool reconnectAutomatically_ = false;
   bool notificationsEnabled_ = true;
+  bool showTrayIcon_ = false;
 };
 
 }  // namespace tw

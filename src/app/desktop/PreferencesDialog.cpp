@@ -133,7 +133,7 @@ QWidget* PreferencesDialog::buildCopy() {
 }
 
 QWidget* PreferencesDialog::buildPen() {
-  auto* box = new QGroupBox(tr("Pen"), this);
+  auto* box = new QGroupBox(tr("Pen and desktop"), this);
   auto* form = new QVBoxLayout(box);
   const Preferences& preferences = logic_.preferences();
   const auto addBox = [this, box, form](const QString& name, const QString& text, bool on,
@@ -154,6 +154,8 @@ QWidget* PreferencesDialog::buildPen() {
       addBox(QStringLiteral("notificationsEnabled"),
              tr("Desktop notifications for a low battery and a lost pen"),
              preferences.notificationsEnabled(), &Preferences::setNotificationsEnabled);
+  trayBox_ = addBox(QStringLiteral("showTrayIcon"), tr("Show an icon in the tray"),
+                    preferences.showTrayIcon(), &Preferences::setShowTrayIcon);
   return box;
 }
 

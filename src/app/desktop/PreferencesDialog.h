@@ -43,6 +43,7 @@ class PreferencesDialog : public QDialog {
   QCheckBox* namesBox() const { return namesBox_; }
   QCheckBox* reconnectBox() const { return reconnectBox_; }
   QCheckBox* notificationsBox() const { return notificationsBox_; }
+  QCheckBox* trayBox() const { return trayBox_; }
   // "Names from: <library>", the active name library.
   QLabel* nameLibraryLabel() const { return nameLibraryLabel_; }
   // Copies a name library (.csv, .gpl, .ase) among the user's and makes it
@@ -75,6 +76,7 @@ class PreferencesDialog : public QDialog {
   QComboBox* notationBox_ = nullptr;
   QCheckBox* reconnectBox_ = nullptr;
   QCheckBox* notificationsBox_ = nullptr;
+  QCheckBox* trayBox_ = nullptr;
   QCheckBox* reportsBox_ = nullptr;
   QCheckBox* historyBox_ = nullptr;
   QCheckBox* recentBox_ = nullptr;
