@@ -6,6 +6,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCheckBox>
 #include <QElapsedTimer>
 #include <memory>
 
@@ -13,6 +14,7 @@
 #include "app/Preferences.h"
 #include "app/ReconnectBackoff.h"
 #include "app/desktop/PanelWindow.h"
+#include "app/desktop/PreferencesDialog.h"
 #include "app/desktop/ViewController_plus.h"
 #include "bridge/AlertPresenter.h"
 #include "bridge/HostDescription.h"
@@ -238,6 +240,27 @@ TEST_F(PenLinkPanelTest, TurningTheOptionOffStopsTheAttempts) {
   off.setReconnectAutomatically(false);
   panel_->logic().applyPreferences(off);
   EXPECT_FALSE(panel_->logic().reconnectPending());
+}
+
+TEST_F(PenLinkPanelTest, ThePreferencesWindowSwitchesAndSavesTheThreeOptions) {
+  start();
+  panel_->showPreferences();
+  PreferencesDialog* dialog = panel_->preferencesDialog();
+  ASSERT_NE(dialog, nullptr);
+  // As they start: no automatic reconnection, notifications on, no tray icon.
+  EXPECT_FALSE(dialog->reconnectBox()->isChecked());
+  EXPECT_TRUE(dialog->notificationsBox()->isChecked());
+  EXPECT_FALSE(dialog->trayBox()->isChecked());
+  dialog->reconnectBox()->setChecked(true);
+  dialog->notificationsBox()->setChecked(false);
+  EXPECT_TRUE(panel_->logic().preferences().reconnectAutomatically());
+  EXPECT_FALSE(panel_->logic().preferences().notificationsEnabled());
+  const Preferences saved = Preferences::load();
+  EXPECT_TRUE(saved.reconnectAutomatically());
+  EXPECT_FALSE(saved.notificationsEnabled());
+  EXPECT_FALSE(saved.showTrayIcon());
+  dialog->reconnectBox()->setChecked(false);
+  EXPECT_FALSE(Preferences::load().reconnectAutomatically());
 }
 
 TEST(ReconnectBackoffTest, DoublesFromOneSecondUpToAMinuteAndStartsOverOnReset) {
