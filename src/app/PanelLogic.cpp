@@ -128,6 +128,13 @@ PanelLogic::PanelLogic(PanelView& view, TerminationReply& application, PanelPart
   }
   openHistoryStore_ = std::move(parts.history);
   Q_UNUSED(bCalcSimilarColor);
+  // The state is read again on the main thread, so a burst of changes shows
+  // the last one whatever order the hand-overs run in.
+  reconnectTimer_ = new QTimer(this);
+  reconnectTimer_->setSingleShot(true);
+  connect(reconnectTimer_, &QTimer::timeout, this, [this] { automaticReconnect(); });
+  coreQuilla_->setLinkStateListener(
+      [gate = self_] { toMainThread(gate, [](PanelLogic& panel) { panel.showLinkState(); }); });
 }
 
 PanelLogic::~PanelLogic() {
@@ -154,6 +161,7 @@ void PanelLogic::viewDidLoad() {
   center.addObserver(notification::colorLibraryChanged(),
                      toPanel(self_, &PanelLogic::colorLibraryChangedWithNotification));
   closing_.observe();
+  showLinkState();
   coreQuilla_->setupCentralManager();
   commander_->initScriptFiles();
 }
@@ -178,6 +186,13 @@ void PanelLogic::applyPreferences(const Preferences& preferences) {
   }
   if (nameLibraryRow_ != preferences_.nameLibrary()) nameLibrary_.reset();
   showColorName();
+  if (!preferences_.reconnectAutomatically()) {
+    reconnectTimer_->stop();
+  } else if (!reconnectTimer_->isActive() &&
+             coreQuilla_->linkState() == pen::CoreQuilla::LinkState::Disconnected) {
+    scheduleReconnect();
+  }
+  view_.preferencesApplied();
 }
 
 void PanelLogic::historyEdited() {
@@ -388,10 +403,13 @@ void PanelLogic::disconnectedNotificationWithNotification(const Notification&) {
 }
 
 void PanelLogic::showConnected() {
+  reconnectTimer_->stop();
+  reconnectBackoff_.reset();
   view_.setConnectionImage(QStringLiteral("BT on"));
   startBatteryWatch();
   // The level shows soon after connecting rather than after the first period.
   QTimer::singleShot(scaledMs(3.0), this, [this] { updateBatteryImage(); });
+  view_.penLinkChanged(true);
 }
 
 void PanelLogic::startBatteryWatch() {
@@ -410,12 +428,60 @@ void PanelLogic::showDisconnected() {
   view_.setConnectionImage(QStringLiteral("BT off"));
   if (batteryTimer_) batteryTimer_->stop();
   view_.setBatteryShown(false);
+  view_.penLinkChanged(false);
+  if (preferences_.reconnectAutomatically()) {
+    reconnectBackoff_.reset();
+    scheduleReconnect();
+  }
+}
+
+bool PanelLogic::reconnectPen() { return coreQuilla_->reconnect(); }
+
+bool PanelLogic::reconnectPending() const { return reconnectTimer_->isActive(); }
+
+void PanelLogic::scheduleReconnect() { reconnectTimer_->start(scaledMs(reconnectBackoff_.next())); }
+
+void PanelLogic::automaticReconnect() {
+  if (!preferences_.reconnectAutomatically()) return;
+  if (coreQuilla_->linkState() == pen::CoreQuilla::LinkState::Connected) return;
+  coreQuilla_->reconnect();
+  // Until the connection is reported (which stops it), or the option goes off.
+  scheduleReconnect();
 }
 
 void PanelLogic::checkBatteryLevel() { updateBatteryImage(); }
 
+QString PanelLogic::linkStateText(pen::CoreQuilla::LinkState state) {
+  using State = pen::CoreQuilla::LinkState;
+  switch (state) {
+    case State::Starting:
+      return QStringLiteral("Waiting for Bluetooth");
+    case State::Off:
+      return QStringLiteral("Bluetooth off");
+    case State::NoAdapter:
+      return QStringLiteral("No Bluetooth adapter");
+    case State::NotAllowed:
+      return QStringLiteral("Bluetooth not allowed");
+    case State::Searching:
+      return QStringLiteral("Searching for the pen");
+    case State::Connecting:
+      return QStringLiteral("Connecting to the pen");
+    case State::Connected:
+      return QStringLiteral("Pen connected");
+    case State::Disconnected:
+      return QStringLiteral("Pen disconnected");
+  }
+  return QStringLiteral("Waiting for Bluetooth");
+}
+
+QString PanelLogic::connectionText() const { return linkStateText(coreQuilla_->linkState()); }
+
+void PanelLogic::showLinkState() { view_.showConnectionState(connectionText()); }
+
 void PanelLogic::updateBatteryImage() {
   view_.setBatteryImage(batteryImageName(coreQuilla_->getBatteryLevel()));
+  if (const std::optional<qint64> level = coreQuilla_->lastReadBatteryLevel())
+    view_.showBatteryLevel(*level);
 }
 
 QString PanelLogic::batteryImageName(qint64 level) {

@@ -12,6 +12,7 @@
 #include "app/ClosingHandler.h"
 #include "app/PanelView.h"
 #include "app/Preferences.h"
+#include "app/ReconnectBackoff.h"
 #include "bridge/AlertPresenter.h"
 #include "bridge/Commander.h"
 #include "bridge/DesignHost.h"
@@ -101,9 +102,20 @@ class PanelLogic : public QObject {
   // Battery timer target.
   void checkBatteryLevel();
 
+  // The user asked for the pen again: the link's connection procedure starts
+  // over. False when the link refused (no powered adapter, or the pen is
+  // connected or being connected). Main thread.
+  bool reconnectPen();
+  // The automatic reconnection's timer (single shot), while it waits.
+  bool reconnectPending() const;
+
   // The battery image for a level: the tens band above it ("10" for 0 to 9 ...
   // "90" for 80 to 89), "100" for 90 to 100, and "50" outside 0 to 100.
   static QString batteryImageName(qint64 level);
+  // The pen link's state in words, as the connection indicator's tooltip says it.
+  static QString linkStateText(pen::CoreQuilla::LinkState state);
+  // The text for the link's state now.
+  QString connectionText() const;
 
   // The user's preferences in force: the host switches go to the bridge, the
   // usage-report switch to the sender. Saving them is the caller's. Main
@@ -154,6 +166,8 @@ class PanelLogic : public QObject {
   void showColor(const ColorStruct& color);
   void showConnected();
   void showDisconnected();
+  // Main thread: the view's connection text follows the link's state.
+  void showLinkState();
   void startBatteryWatch();
   void updateBatteryImage();
   // Opens the history when the preferences want one and the parts can.
@@ -219,6 +233,13 @@ class PanelLogic : public QObject {
 
   // As last applied; the defaults until viewDidLoad.
   Preferences preferences_;
+
+  // With pen/reconnect on: after a disconnection, tries again until the pen
+  // is back, the waits from the back-off. Main thread.
+  void scheduleReconnect();
+  void automaticReconnect();
+  QTimer* reconnectTimer_ = nullptr;
+  ReconnectBackoff reconnectBackoff_;
 
   QPointer<QTimer> batteryTimer_;
   // Every battery timer made, for activeBatteryTimers().

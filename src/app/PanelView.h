@@ -19,6 +19,18 @@ class PanelView {
   virtual void showColorTexts(const AllColor& notations) = 0;
   // The connection indicator's image: "BT on" or "BT off".
   virtual void setConnectionImage(const QString& imageName) = 0;
+  // What the pen link is doing, in words ("Connected", "Bluetooth off", ...):
+  // the connection indicator's tooltip. Nothing by default.
+  virtual void showConnectionState(const QString& text) { (void)text; }
+  // The pen was connected (true) or went away (false), after the indicator
+  // changed. Nothing by default.
+  virtual void penLinkChanged(bool connected) { (void)connected; }
+  // A battery level the pen gave (0 to 100), after the battery image changed.
+  // Nothing by default.
+  virtual void showBatteryLevel(qint64 level) { (void)level; }
+  // The logic has just put preferences in force (at start and at each change).
+  // Nothing by default.
+  virtual void preferencesApplied() {}
   virtual void setBatteryShown(bool shown) = 0;
   // One of "10", "20", ... "100".
   virtual void setBatteryImage(const QString& imageName) = 0;

@@ -21,6 +21,9 @@ const QString kHistoryPalettes = QStringLiteral("history/palettes");
 const QString kNamesShow = QStringLiteral("names/show");
 const QString kPickerMagnifier = QStringLiteral("picker/magnifier");
 const QString kNamesLibrary = QStringLiteral("names/library");
+const QString kPenReconnect = QStringLiteral("pen/reconnect");
+const QString kNotifyEnabled = QStringLiteral("notify/enabled");
+const QString kTrayShow = QStringLiteral("tray/show");
 
 QString hostSettingsKey(const QString& key) { return QStringLiteral("hosts/") + key; }
 
@@ -75,6 +78,9 @@ Preferences Preferences::load() {
   if (const auto on = readBool(settings, kHistoryPalettes)) preferences.paletteFilesEnabled_ = *on;
   if (const auto on = readBool(settings, kNamesShow)) preferences.showColorNames_ = *on;
   if (const auto on = readBool(settings, kPickerMagnifier)) preferences.magnifierEnabled_ = *on;
+  if (const auto on = readBool(settings, kPenReconnect)) preferences.reconnectAutomatically_ = *on;
+  if (const auto on = readBool(settings, kNotifyEnabled)) preferences.notificationsEnabled_ = *on;
+  if (const auto on = readBool(settings, kTrayShow)) preferences.showTrayIcon_ = *on;
   bool isNumber = false;
   const int row = settings.value(kNamesLibrary).toString().trimmed().toInt(&isNumber);
   if (isNumber) preferences.setNameLibrary(row);
@@ -93,6 +99,9 @@ void Preferences::save() const {
   settings.setValue(kNamesShow, showColorNames_);
   settings.setValue(kNamesLibrary, nameLibrary_);
   settings.setValue(kPickerMagnifier, magnifierEnabled_);
+  settings.setValue(kPenReconnect, reconnectAutomatically_);
+  settings.setValue(kNotifyEnabled, notificationsEnabled_);
+  settings.setValue(kTrayShow, showTrayIcon_);
   settings.sync();
 }
 

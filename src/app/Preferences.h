@@ -29,6 +29,11 @@ class Commander;
 //                                   library dialog
 //   picker/magnifier   bool, false  an armed screen pick shows a magnifier
 //                                   and takes the keyboard (X11)
+//   pen/reconnect      bool, false  after the pen disconnects, the link tries
+//                                   again by itself (1 s, 2 s, 4 s ... 60 s apart)
+//   notify/enabled     bool, true   desktop notifications for a low battery
+//                                   (20 %, 10 %) and a disconnected pen
+//   tray/show          bool, false  an icon in the desktop's tray
 //
 // A missing key, or a value that is not one of its kind (a bool is true,
 // false, 1 or 0), reads as the default. GUI-free: the desktop panel and
@@ -81,6 +86,12 @@ class Preferences {
   // A row of the library dialog; negative rows read as 0.
   int nameLibrary() const { return nameLibrary_; }
   void setNameLibrary(int row) { nameLibrary_ = row < 0 ? 0 : row; }
+  bool reconnectAutomatically() const { return reconnectAutomatically_; }
+  void setReconnectAutomatically(bool on) { reconnectAutomatically_ = on; }
+  bool notificationsEnabled() const { return notificationsEnabled_; }
+  void setNotificationsEnabled(bool on) { notificationsEnabled_ = on; }
+  bool showTrayIcon() const { return showTrayIcon_; }
+  void setShowTrayIcon(bool shown) { showTrayIcon_ = shown; }
 
   // Switches the commander's hosts: Photoshop and Illustrator through its
   // script switches, the others through its native-host dispatcher when it
@@ -100,6 +111,9 @@ class Preferences {
   bool showColorNames_ = false;
   bool magnifierEnabled_ = false;
   int nameLibrary_ = 0;
+  bool reconnectAutomatically_ = false;
+  bool notificationsEnabled_ = true;
+  bool showTrayIcon_ = false;
 };
 
 }  // namespace tw

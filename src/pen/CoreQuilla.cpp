@@ -112,6 +112,61 @@ std::optional<qint64> CoreQuilla::currentBatteryLevel() const {
   return batteryLevel;
 }
 
+CoreQuilla::LinkState CoreQuilla::linkState() const {
+  std::lock_guard lock(mutex_);
+  return linkState_;
+}
+
+void CoreQuilla::setLinkStateListener(std::function<void()> listener) {
+  linkStateListener_ = std::move(listener);
+}
+
+void CoreQuilla::setLinkState(LinkState state, bool fresh) {
+  {
+    std::lock_guard lock(mutex_);
+    if (linkState_ == state) return;
+    const bool looking = state == LinkState::Searching || state == LinkState::Connecting;
+    const bool lookingBefore = linkState_ == LinkState::Searching ||
+                               linkState_ == LinkState::Connecting ||
+                               linkState_ == LinkState::Disconnected;
+    if (looking && !fresh && !lookingBefore) return;
+    linkState_ = state;
+  }
+  if (linkStateListener_) linkStateListener_();
+}
+
+CoreQuilla::LinkState CoreQuilla::stateOfCentral(int centralState) {
+  switch (centralState) {
+    case CentralManager::kUnsupported:
+      return LinkState::NoAdapter;
+    case CentralManager::kUnauthorized:
+      return LinkState::NotAllowed;
+    case CentralManager::kPoweredOff:
+      return LinkState::Off;
+    case CentralManager::kPoweredOn:
+      return LinkState::Searching;
+    default:
+      return LinkState::Starting;
+  }
+}
+
+bool CoreQuilla::reconnect() {
+  CentralManager* mgr = manager();
+  if (mgr == nullptr || mgr->state() != CentralManager::kPoweredOn) return false;
+  if (const PeripheralPtr current = currentPeripheralQuilla()) {
+    const int state = current->state();
+    if (state == Peripheral::kConnected || state == Peripheral::kConnecting) return false;
+  }
+  setLinkState(LinkState::Searching, true);
+  connectionProcedure(*mgr);
+  return true;
+}
+
+std::optional<qint64> CoreQuilla::lastReadBatteryLevel() const {
+  std::lock_guard lock(mutex_);
+  return readBatteryLevel_;
+}
+
 void CoreQuilla::setPeripheralQuilla(const PeripheralPtr& peripheral) {
   {
     std::lock_guard lock(mutex_);
@@ -121,6 +176,7 @@ void CoreQuilla::setPeripheralQuilla(const PeripheralPtr& peripheral) {
 }
 
 void CoreQuilla::centralManagerDidUpdateState(CentralManager& central) {
+  if (central.state() != CentralManager::kPoweredOn) setLinkState(stateOfCentral(central.state()));
   switch (central.state()) {
     case CentralManager::kUnknown:
       logLine("Bluetooth status is UNKNOWN"sv);
@@ -139,6 +195,7 @@ void CoreQuilla::centralManagerDidUpdateState(CentralManager& central) {
       break;
     case CentralManager::kPoweredOn:
       logLine("Bluetooth status is POWERED ON"sv);
+      setLinkState(LinkState::Searching, true);
       connectionProcedure(central);
       break;
     default:
@@ -159,6 +216,7 @@ void CoreQuilla::connectionProcedure(CentralManager& central) {
         if (again.isEmpty()) fatalStop("saved pen vanished between two retrievals");
         setPeripheralQuilla(again.first());
         if (CentralManager* mgr = manager()) {
+          setLinkState(LinkState::Connecting);
           mgr->stopScan();
           mgr->connectPeripheral(currentPeripheralQuilla());
         }
@@ -191,12 +249,14 @@ void CoreQuilla::fallbackConnect(CentralManager* central) {
         "try 招式3 ~ "
         "現在已過了 x 秒且沒有連到之前存的裝置，現在試取得已在系統連線的第一個裝置 "));
     setPeripheralQuilla(connected.first());
+    setLinkState(LinkState::Connecting);
     mgr->connectPeripheral(connected.first());
     return;
   }
   // Strategy 2: scan. The unfiltered scan replaces the filtered one, so the name
   // rule alone picks the pen; both calls are kept in this order.
   logLine(QStringLiteral("try 招式2 ~ using scan to connect "));
+  setLinkState(LinkState::Searching);
   mgr->scanForPeripheralsWithServices(QList<QUuid>{penServiceUUID()});
   central->scanForPeripheralsWithServices(std::nullopt);
 }
@@ -214,6 +274,7 @@ void CoreQuilla::centralManagerDidDiscoverPeripheral(CentralManager&,
   logPeripheralState(peripheral->state());
   setPeripheralQuilla(peripheral);
   if (CentralManager* mgr = manager()) {
+    setLinkState(LinkState::Connecting);
     mgr->stopScan();
     mgr->connectPeripheral(currentPeripheralQuilla());
   }
@@ -221,6 +282,7 @@ void CoreQuilla::centralManagerDidDiscoverPeripheral(CentralManager&,
 
 void CoreQuilla::centralManagerDidConnectPeripheral(CentralManager&,
                                                     const PeripheralPtr& peripheral) {
+  setLinkState(LinkState::Connected);
   logLine("connected hihi"sv);
   logPeripheralState(peripheral->state());
   defaults.setObject(canonicalUuidText(peripheral->identifier()), keyOfDeviceUUID);
@@ -230,7 +292,11 @@ void CoreQuilla::centralManagerDidConnectPeripheral(CentralManager&,
       UserInfo{{notification::quillaKey(), QStringLiteral("Device Connected")}});
 }
 
-void CoreQuilla::centralManagerDidDisconnectPeripheral(CentralManager&, const PeripheralPtr&) {
+void CoreQuilla::centralManagerDidDisconnectPeripheral(CentralManager& central,
+                                                       const PeripheralPtr&) {
+  // Switched off or taken away: that says more than "disconnected".
+  setLinkState(central.state() == CentralManager::kPoweredOn ? LinkState::Disconnected
+                                                             : stateOfCentral(central.state()));
   NotificationCenter::defaultCenter().post(
       notification::disconnected(), {},
       UserInfo{{notification::quillaKey(), QStringLiteral("Device Disconnected")}});
@@ -311,6 +377,7 @@ qint64 CoreQuilla::getBatteryLevel() {
     characteristic = batteryCBCharacteristic;
   }
   qint64 level = 0;
+  bool read = false;
   if (peripheral && characteristic) {
     // The stored value is taken just before the read is started: the answer
     // only refreshes it for the next call. Over a radio the answer always
@@ -318,10 +385,12 @@ qint64 CoreQuilla::getBatteryLevel() {
     const std::optional<QByteArray> value = characteristic->value();
     peripheral->readValue(characteristic);
     level = batteryLevelFromValue(value);
+    read = value.has_value();
     logLine(QStringLiteral("Batter Level: ") + QString::number(level) + QStringLiteral(" %"));
   }
   std::lock_guard lock(mutex_);
   batteryLevel = level;
+  readBatteryLevel_ = read ? std::optional<qint64>(level) : std::nullopt;
   return level;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <QtGlobal>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -38,6 +39,30 @@ class CoreQuilla : public CentralDelegate, public PeripheralDelegate {
   CoreQuilla(const CoreQuilla&) = delete;
   CoreQuilla& operator=(const CoreQuilla&) = delete;
 
+  // What the link is doing, as the central and the pen last reported it.
+  enum class LinkState {
+    Starting,      // no report from the central yet, or it is resetting
+    Off,           // the adapter is powered off
+    NoAdapter,     // no Bluetooth adapter (or no BlueZ)
+    NotAllowed,    // the system refuses Bluetooth to this user
+    Searching,     // powered on, looking for the pen
+    Connecting,    // a connect request is out
+    Connected,     // the pen is connected
+    Disconnected,  // the pen was connected and went away
+  };
+  LinkState linkState() const;
+  // Called after every change of linkState(), on the thread that made it (the
+  // queue thread, or the main thread for the delayed step and reconnect), with
+  // no lock held. Set before setupCentralManager; never changed after.
+  void setLinkStateListener(std::function<void()> listener);
+
+  // Starts the connection procedure again (saved pen, then after the delay the
+  // system's pen or a scan), as a powered-on report does. Does nothing and
+  // answers false before setupCentralManager, while the adapter is not
+  // powered on, or while the pen is connected or a connect request is out.
+  // Any thread.
+  bool reconnect();
+
   // Prints "init CoreQuilla ", starts the queue thread and creates the central;
   // its first state report starts the connection procedure. Call once.
   void setupCentralManager();
@@ -50,6 +75,9 @@ class CoreQuilla : public CentralDelegate, public PeripheralDelegate {
   PeripheralPtr currentPeripheralQuilla() const;
   CharacteristicPtr currentBatteryCharacteristic() const;
   std::optional<qint64> currentBatteryLevel() const;
+  // What the last getBatteryLevel call answered, when the pen had given a
+  // level by then (its 0 otherwise means "not known", not "empty").
+  std::optional<qint64> lastReadBatteryLevel() const;
   // The queue thread, null before setupCentralManager.
   QThread* queueThread() const;
 
@@ -75,6 +103,12 @@ class CoreQuilla : public CentralDelegate, public PeripheralDelegate {
   static void decodeColorPacket(const CharacteristicPtr& characteristic);
   CentralManager* manager() const;
   void setPeripheralQuilla(const PeripheralPtr& peripheral);
+  // Unless `fresh` (a powered-on report, a reconnect), Searching and Connecting
+  // only replace Searching, Connecting and Disconnected: the delayed step on
+  // the main thread may decide just as the queue thread reports the
+  // connection, or after the adapter was switched off.
+  void setLinkState(LinkState state, bool fresh = false);
+  static LinkState stateOfCentral(int centralState);
 
   CentralFactory factory_;
   mutable std::mutex mutex_;
@@ -84,6 +118,10 @@ class CoreQuilla : public CentralDelegate, public PeripheralDelegate {
   PeripheralPtr peripheralQuilla;
   CharacteristicPtr batteryCBCharacteristic;
   std::optional<qint64> batteryLevel;
+  LinkState linkState_ = LinkState::Starting;
+  std::optional<qint64> readBatteryLevel_;
+
+  std::function<void()> linkStateListener_;
 
   UserDefaults defaults;
   const QString keyOfDeviceUUID = QStringLiteral("connectedQuillaID");

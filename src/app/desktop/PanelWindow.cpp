@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 
 #include "app/AppDelegate.h"
+#include "app/desktop/TrayIcon.h"
 #include "app/desktop/ViewController_plus.h"
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
@@ -53,12 +54,12 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
     content_->addAction(action);
     return action;
   };
-  addAction(tr("Pick from Screen"), QKeySequence(Qt::CTRL | Qt::Key_D),
-            [this] { content_->findScreenColor(); });
+  QAction* pick = addAction(tr("Pick from Screen"), QKeySequence(Qt::CTRL | Qt::Key_D),
+                            [this] { content_->findScreenColor(); });
   addAction(tr("Colour Libraries…"), QKeySequence(Qt::CTRL | Qt::Key_L),
             [this] { content_->showColorLibraries(); });
-  addAction(tr("History…"), QKeySequence(Qt::CTRL | Qt::Key_H),
-            [this] { content_->showHistory(); });
+  QAction* history = addAction(tr("History…"), QKeySequence(Qt::CTRL | Qt::Key_H),
+                               [this] { content_->showHistory(); });
   QAction* preferences = addAction(tr("Preferences…"), QKeySequence(Qt::CTRL | Qt::Key_Comma),
                                    [this] { content_->showPreferences(); });
   // Ctrl+, everywhere, and the desktop's own key for it where that differs.
@@ -66,12 +67,21 @@ PanelWindow::PanelWindow(AppDelegate& delegate, ViewController_plus* contentView
   for (const QKeySequence& keys : QKeySequence::keyBindings(QKeySequence::Preferences))
     if (!preferenceKeys.contains(keys)) preferenceKeys << keys;
   preferences->setShortcuts(preferenceKeys);
+  // The pen is not taken back by itself after a disconnection unless the
+  // preferences say so; this asks for it once.
+  QAction* reconnect =
+      addAction(tr("Reconnect"), QKeySequence(), [this] { content_->logic().reconnectPen(); });
+  reconnect->setObjectName(QStringLiteral("reconnectAction"));
   addAction(tr("About Tintwell"), QKeySequence(), [this] { content_->showSetting(); });
   auto* separator = new QAction(this);
   separator->setSeparator(true);
   content_->addAction(separator);
-  addAction(tr("Quit"), QKeySequence::Quit, [this] { delegate_.terminate(); });
+  QAction* quit = addAction(tr("Quit"), QKeySequence::Quit, [this] { delegate_.terminate(); });
   content_->setContextMenuPolicy(Qt::ActionsContextMenu);
+
+  tray_ = new TrayIcon(*content_, {pick, history, preferences, reconnect, nullptr, quit}, this);
+  connect(content_, &ViewController_plus::preferencesChanged, this,
+          [this] { tray_->setShown(content_->logic().preferences().showTrayIcon()); });
 }
 
 void PanelWindow::setVisible(bool visible) {

@@ -5,6 +5,7 @@
 namespace tw {
 
 class AppDelegate;
+class TrayIcon;
 class ViewController_plus;
 
 // The main window around the colour panel. Every appearance runs the panel's
@@ -22,6 +23,8 @@ class PanelWindow : public QWidget {
   PanelWindow(AppDelegate& delegate, ViewController_plus* contentViewController);
 
   ViewController_plus* contentViewController() const { return content_; }
+  // The tray icon, shown while the preferences say so.
+  TrayIcon& trayIcon() const { return *tray_; }
 
   // Puts the panel on the screen if it was held off it for a pick.
   void revealAfterScreenPick();
@@ -42,6 +45,7 @@ class PanelWindow : public QWidget {
   // From arming a pick until its pixel has been read.
   bool holdOffScreen_ = false;
   bool revealing_ = false;
+  TrayIcon* tray_ = nullptr;
 };
 
 }  // namespace tw

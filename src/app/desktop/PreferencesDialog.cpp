@@ -63,6 +63,7 @@ PreferencesDialog::PreferencesDialog(PanelLogic& logic, QWidget* parent)
   layout->addWidget(buildCopy());
   layout->addWidget(buildHistory());
   layout->addWidget(buildPicking());
+  layout->addWidget(buildPen());
   layout->addWidget(buildReports(), 1);
   layout->addWidget(buttons);
 
@@ -132,19 +133,49 @@ QWidget* PreferencesDialog::buildCopy() {
   return box;
 }
 
+QCheckBox* PreferencesDialog::addSwitch(QWidget* box, QLayout* form, const QString& name,
+                                        const QString& text, bool on,
+                                        void (Preferences::*set)(bool)) {
+  auto* check = new QCheckBox(text, box);
+  check->setObjectName(name);
+  check->setChecked(on);
+  connect(check, &QCheckBox::toggled, this,
+          [this, set](bool value) { change([&](Preferences& p) { (p.*set)(value); }); });
+  form->addWidget(check);
+  return check;
+}
+
 QWidget* PreferencesDialog::buildPicking() {
   auto* box = new QGroupBox(tr("Picking from the screen"), this);
   auto* form = new QVBoxLayout(box);
-  magnifierBox_ = new QCheckBox(tr("Show a magnifier while picking"), box);
-  magnifierBox_->setObjectName(QStringLiteral("magnifier"));
-  magnifierBox_->setChecked(logic_.preferences().magnifierEnabled());
-  connect(magnifierBox_, &QCheckBox::toggled, this,
-          [this](bool on) { change([&](Preferences& p) { p.setMagnifierEnabled(on); }); });
-  form->addWidget(magnifierBox_);
+  magnifierBox_ =
+      addSwitch(box, form, QStringLiteral("magnifier"), tr("Show a magnifier while picking"),
+                logic_.preferences().magnifierEnabled(), &Preferences::setMagnifierEnabled);
   form->addWidget(makeText(tr("With the magnifier, the arrow keys move the pointer by one pixel "
                               "(with Shift, by ten), Enter or Space picks and Escape cancels. On "
                               "X11; a Wayland desktop shows its own picker."),
                            box));
+  return box;
+}
+
+QWidget* PreferencesDialog::buildPen() {
+  auto* box = new QGroupBox(tr("Pen and desktop"), this);
+  auto* form = new QVBoxLayout(box);
+  const Preferences& preferences = logic_.preferences();
+  const auto addBox = [this, box, form](const QString& name, const QString& text, bool on,
+                                        void (Preferences::*set)(bool)) {
+    return addSwitch(box, form, name, text, on, set);
+  };
+  reconnectBox_ =
+      addBox(QStringLiteral("reconnectAutomatically"),
+             tr("Reconnect the pen automatically after it disconnects"),
+             preferences.reconnectAutomatically(), &Preferences::setReconnectAutomatically);
+  notificationsBox_ =
+      addBox(QStringLiteral("notificationsEnabled"),
+             tr("Desktop notifications for a low battery and a lost pen"),
+             preferences.notificationsEnabled(), &Preferences::setNotificationsEnabled);
+  trayBox_ = addBox(QStringLiteral("showTrayIcon"), tr("Show an icon in the tray"),
+                    preferences.showTrayIcon(), &Preferences::setShowTrayIcon);
   return box;
 }
 
@@ -154,13 +185,7 @@ QWidget* PreferencesDialog::buildHistory() {
   const Preferences& preferences = logic_.preferences();
   const auto addBox = [this, box, form](const QString& name, const QString& text, bool on,
                                         void (Preferences::*set)(bool)) {
-    auto* check = new QCheckBox(text, box);
-    check->setObjectName(name);
-    check->setChecked(on);
-    connect(check, &QCheckBox::toggled, this,
-            [this, set](bool value) { change([&](Preferences& p) { (p.*set)(value); }); });
-    form->addWidget(check);
-    return check;
+    return addSwitch(box, form, name, text, on, set);
   };
   historyBox_ =
       addBox(QStringLiteral("historyEnabled"), tr("Keep every new colour in the history (Ctrl+H)"),

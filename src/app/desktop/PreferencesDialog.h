@@ -42,6 +42,9 @@ class PreferencesDialog : public QDialog {
   QCheckBox* paletteFilesBox() const { return paletteFilesBox_; }
   QCheckBox* namesBox() const { return namesBox_; }
   QCheckBox* magnifierBox() const { return magnifierBox_; }
+  QCheckBox* reconnectBox() const { return reconnectBox_; }
+  QCheckBox* notificationsBox() const { return notificationsBox_; }
+  QCheckBox* trayBox() const { return trayBox_; }
   // "Names from: <library>", the active name library.
   QLabel* nameLibraryLabel() const { return nameLibraryLabel_; }
   // Copies a name library (.csv, .gpl, .ase) among the user's and makes it
@@ -61,7 +64,11 @@ class PreferencesDialog : public QDialog {
   QWidget* buildHosts();
   QWidget* buildCopy();
   QWidget* buildHistory();
+  // A check box for one of the preferences' switches, added to `form`.
+  QCheckBox* addSwitch(QWidget* box, QLayout* form, const QString& name, const QString& text,
+                       bool on, void (Preferences::*set)(bool));
   QWidget* buildPicking();
+  QWidget* buildPen();
   void showNameLibrary();
   QWidget* buildReports();
   // Edits the panel's preferences, applies them and saves them.
@@ -72,6 +79,9 @@ class PreferencesDialog : public QDialog {
   std::map<QString, QPointer<QLabel>> hostCounts_;
   QCheckBox* copyBox_ = nullptr;
   QComboBox* notationBox_ = nullptr;
+  QCheckBox* reconnectBox_ = nullptr;
+  QCheckBox* notificationsBox_ = nullptr;
+  QCheckBox* trayBox_ = nullptr;
   QCheckBox* reportsBox_ = nullptr;
   QCheckBox* historyBox_ = nullptr;
   QCheckBox* recentBox_ = nullptr;

@@ -10,6 +10,7 @@
 #include <QWindow>
 
 #include "app/desktop/ColorTransfer.h"
+#include "app/desktop/DesktopNotifier.h"
 #include "app/desktop/HistoryWindow.h"
 #include "app/desktop/PreferencesDialog.h"
 #include "app/desktop/UncachedPixmapIcon.h"
@@ -68,6 +69,8 @@ ViewController_plus::ViewController_plus(TerminationReply& application, PanelPar
     : QWidget(parent), logic_(std::make_unique<PanelLogic>(*this, application, std::move(parts))) {
   if (!logic_->colorHelper()) fatalStop("the desktop panel was made without a colour helper");
   buildLayout();
+  notifier_ =
+      new DesktopNotifier([this] { return logic_->preferences().notificationsEnabled(); }, this);
   colorHelper().pickUnanswered = [self = QPointer(this)] {
     if (self) self->screenPickUnanswered();
   };
@@ -422,6 +425,7 @@ void ViewController_plus::showColor(const ColorStruct& color) {
   crown->setPixmap(tintedImage(crown->pixmap(), color.color));
   crownBtn->setIcon(uncachedPixmapIcon(tintedImage(crown->pixmap(), color.color)));
   hexInfo->setText(QStringLiteral("#") + color.colorHex);
+  Q_EMIT colorShown(color.color);
 }
 
 void ViewController_plus::showColorTexts(const AllColor& notations) {
@@ -437,6 +441,30 @@ void ViewController_plus::setConnectionImage(const QString& imageName) {
   if (!btStatus) fatalStop("the connection indicator is missing");
   btStatus->setIcon(QIcon(imageNamed(imageName)));
   btStatus->setProperty("imageName", imageName);
+}
+
+void ViewController_plus::showConnectionState(const QString& text) {
+  if (!btStatus) fatalStop("the connection indicator is missing");
+  btStatus->setToolTip(text);
+  btStatus->setAccessibleDescription(text);
+  Q_EMIT connectionTextChanged(text);
+}
+
+void ViewController_plus::penLinkChanged(bool connected) {
+  if (connected) {
+    notifier_->penConnected();
+  } else {
+    notifier_->penDisconnected();
+    batteryLevel_.reset();
+    Q_EMIT batteryLevelChanged();
+  }
+}
+
+void ViewController_plus::showBatteryLevel(qint64 level) {
+  if (!imgBattery || imgBattery->isHidden()) return;  // no pen connected
+  notifier_->batteryLevel(level);
+  batteryLevel_ = level;
+  Q_EMIT batteryLevelChanged();
 }
 
 void ViewController_plus::setBatteryShown(bool shown) {

@@ -8,6 +8,7 @@
 #include <QTimer>
 #include <QWidget>
 #include <memory>
+#include <optional>
 
 #include "app/PanelLogic.h"
 #include "app/PanelView.h"
@@ -16,6 +17,7 @@
 namespace tw {
 
 class ColorTransfer;
+class DesktopNotifier;
 class HistoryWindow;
 class PreferencesDialog;
 
@@ -112,6 +114,15 @@ class ViewController_plus : public QWidget, public PanelView {
   void showColor(const ColorStruct& color) override;
   void showColorTexts(const AllColor& notations) override;
   void setConnectionImage(const QString& imageName) override;
+  // The connection indicator's tooltip and accessible description.
+  void showConnectionState(const QString& text) override;
+  // The desktop notifications follow the pen (DesktopNotifier).
+  void penLinkChanged(bool connected) override;
+  void showBatteryLevel(qint64 level) override;
+  DesktopNotifier& notifier() { return *notifier_; }
+  void preferencesApplied() override { Q_EMIT preferencesChanged(); }
+  // The last level the pen gave while connected; absent otherwise.
+  std::optional<qint64> batteryLevel() const { return batteryLevel_; }
   void setBatteryShown(bool shown) override;
   void setBatteryImage(const QString& imageName) override;
   // Shown under the panel for a few seconds, then hidden again.
@@ -135,6 +146,12 @@ class ViewController_plus : public QWidget, public PanelView {
   void closingForScreenPick();
   // The pick it closed for ended without a colour: the window comes back.
   void screenPickCancelled();
+  // What the panel shows changed: the tray icon follows these.
+  void connectionTextChanged(const QString& text);
+  void batteryLevelChanged();
+  void colorShown(const QColor& color);
+  // The logic put preferences in force.
+  void preferencesChanged();
 
  private:
   void buildLayout();
@@ -144,6 +161,8 @@ class ViewController_plus : public QWidget, public PanelView {
 
   std::unique_ptr<PanelLogic> logic_;
   ColorTransfer* colorTransfer_ = nullptr;
+  DesktopNotifier* notifier_ = nullptr;
+  std::optional<qint64> batteryLevel_;
   QTimer* hostMessageTimer_ = nullptr;
   QPointer<PreferencesDialog> preferencesDialog_;
   QPointer<HistoryWindow> historyWindow_;
