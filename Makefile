@@ -25,6 +25,8 @@ DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
 DEB_PACKAGES += libqt6sql6-sqlite libsqlite3-dev sqlite3
 # Screen picks are checked against an outside screenshot (xwd).
 DEB_PACKAGES += x11-apps
+# The click-to-panel bench clicks through XTest.
+DEB_PACKAGES += libxtst-dev
 
 # make fuzz: clang with libFuzzer and its symbolizer; libdbus for the D-Bus target.
 DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev
@@ -133,6 +135,14 @@ design-apps-bench: build
 
 # The history window over 100,000 colours, a search over them, and the pen to
 # panel time with the history on and off.
+.PHONY: pick-bench
+# Screen picks: click -> colour on the panel without and with a compositor,
+# and the magnifier's frame rate while the pointer moves.
+pick-bench: build
+	./$(BUILD)/bench/pick_latency --picks 40 | grep '^click ->'
+	./$(BUILD)/bench/pick_latency --picks 40 --compositor | grep '^click ->'
+	./$(BUILD)/bench/pick_latency --lens 5 | grep '^magnifier'
+
 .PHONY: history-bench
 history-bench: build
 	./$(BUILD)/bench/history_window_bench && ./$(BUILD)/bench/history_bench
