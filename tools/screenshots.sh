@@ -5,7 +5,8 @@
 # fixed colours and battery level sent to the simulated pen.
 #   tools/screenshots.sh [BUILD_DIR] [OUT_DIR]    (defaults: build, docs/images)
 # Needs Xvfb, xdotool, python3, xcompmgr (the picking window is only shown
-# under a compositing manager) and dbus-daemon/dbus-send.
+# under a compositing manager), trayer (an X11 tray for the tray icon) and
+# dbus-daemon/dbus-send.
 set -euo pipefail
 
 build=${1:-build}
@@ -17,7 +18,7 @@ source "$(dirname "$0")/lib/private_session.sh"
 tintwell=$(find_bin "$build/tintwell" "$build/src/tintwell")
 grab=$(find_bin "$build/tools/grab/tw_grab" "$build/tw_grab")
 fake=$(find_bin "$build/tests/pen/fake_bluez/fake_bluez" "$build/fake_bluez")
-for tool in Xvfb xdotool python3 xcompmgr dbus-daemon dbus-send; do
+for tool in Xvfb xdotool python3 xcompmgr trayer dbus-daemon dbus-send; do
   command -v "$tool" >/dev/null || { echo "screenshots: $tool is missing" >&2; exit 1; }
 done
 
@@ -110,9 +111,9 @@ start_app() { # start_app NAME: tintwell with fresh settings; sets window
   # The first colour (#FAFAFA) is shown as the panel appears.
   wait_for "$work/$1.out" '^FAFAFA$'
 }
-shot() { # shot FILE [WINDOW]: after the queued repaints are done
+shot() { # shot FILE [WINDOW [X Y WIDTH HEIGHT]]: after the queued repaints are done
   sleep 0.5
-  "$grab" "$out/$1" "${2:-0}" || fail "could not grab $1"
+  "$grab" "$out/$1" "${2:-0}" "${@:3}" || fail "could not grab $1"
   written+=("$out/$1")
 }
 written=()
@@ -204,5 +205,48 @@ row_y() { echo $((Y + 57 + 26 * $1 + 13)); }
 xdotool mousemove $((X + 700)) "$(row_y 0)" click 1
 xdotool keydown ctrl mousemove $((X + 700)) "$(row_y 5)" click 1 keyup ctrl
 shot history-window.png "$history"
+
+# --- 7. The magnifier and the tray: both options on, an X11 tray at the
+# top right ---
+stop "$app_pid"
+trayer --edge top --align right --widthtype request --height 28 --SetDockType false \
+  --transparent false --tint 0x303030 >"$work/trayer.out" 2>&1 &
+pids+=($!)
+sleep 0.5
+mkdir -p "$work/lens/config/Orlo"
+printf '[picker]\nmagnifier=true\n[tray]\nshow=true\n' >"$work/lens/config/Orlo/Tintwell.conf"
+start_app lens
+wait_for "$work/lens.out" '^connected hihi$'
+control SendColor string:$pen array:byte:"0x07,0xFF,0x8C,0x1A" >/dev/null
+wait_for "$work/lens.out" "^$pen_hex\$"
+eval "$(xdotool getwindowgeometry --shell "$window")"
+panel_x=$X panel_y=$Y
+xdotool mousemove $((X + WIDTH - 14 - 34 - 6 - 34 - 6 - 17)) $((Y + HEIGHT - 10 - 15))
+sleep 0.3
+xdotool click 1
+wait_for "$work/lens.out" '^cursor changed$'
+# On the edge of the tray icon (the pen's colour), so that the lens shows
+# two colours; arrow keys bring the pointer onto the exact pixel.
+tray=$(xdotool search --name '^panel$' 2>/dev/null | head -n1)
+[ -n "$tray" ] || fail "the tray did not appear"
+eval "$(xdotool getwindowgeometry --shell "$tray")"
+xdotool mousemove $((X + 8)) $((Y + 16))
+sleep 0.3
+xdotool key Left Left Down
+shot magnifier.png 0 $((X - 300)) 0 $((WIDTH + 300)) 220
+xdotool key Escape
+deadline=$((SECONDS + 15))
+until window=$(xdotool search --onlyvisible --name '^Tintwell$' 2>/dev/null | head -n1) &&
+  [ -n "$window" ]; do
+  ((SECONDS < deadline)) || fail "the panel did not come back after Escape"
+  sleep 0.1
+done
+
+# The tray icon in the pen's colour, and its menu.
+eval "$(xdotool getwindowgeometry --shell "$tray")"
+xdotool mousemove $((X + 14)) $((Y + 14)) click 3
+sleep 0.5
+shot tray-menu.png 0 $((X - 230)) 0 $((WIDTH + 240)) 220
+xdotool key Escape
 
 printf '%s\n' "${written[@]}"

@@ -357,5 +357,17 @@ TEST(PreferencesWithoutDispatcherTest, NativeSwitchesNeedNoDispatcherAndScriptSw
   EXPECT_TRUE(commander.isScriptHostEnabled("illustrator"));
 }
 
+TEST(PreferencesTest, TheMagnifierIsOffUntilSwitchedOnAndIsKeptUnderPicker) {
+  EXPECT_FALSE(Preferences::load().magnifierEnabled());
+  Preferences changed;
+  changed.setMagnifierEnabled(true);
+  changed.save();
+  const QSettings settings(settingsPath(), QSettings::IniFormat);
+  EXPECT_EQ(settings.value("picker/magnifier").toString(), "true");
+  EXPECT_TRUE(Preferences::load().magnifierEnabled());
+  writeSettingsFile("[picker]\nmagnifier=0\n");
+  EXPECT_FALSE(Preferences::load().magnifierEnabled());
+}
+
 }  // namespace
 }  // namespace tw

@@ -309,6 +309,11 @@ void ViewController_plus::showPickLens() {
     return self && static_cast<bool>(self->colorHelper().bPickScreenColor);
   });
   pickLens_ = lens;
+  // The lens shows the pixels as they are; the picking view's dropper image
+  // next to the pointer would be in it.
+  if (auto* picker = qobject_cast<ClearWindow*>(pickingWindow_.data()))
+    if (ClearViewVC* view = picker->contentViewController(); view && view->dropperImgView)
+      view->dropperImgView->hide();
   connect(lens, &PickLens::pickRequested, this, [this] { colorHelper().mouseDownHandler(); });
   connect(lens, &PickLens::cancelRequested, this, &ViewController_plus::cancelScreenPick);
   lens->start();
