@@ -59,7 +59,9 @@ QRgb gradientAt(int x, int y) { return qRgb(x % 256, y % 256, (x / 256) * 16 + y
 // An X window over the whole root, painted through Xlib so that Qt's scaling
 // has no part in it. Lives until the process ends.
 void coverRootWithGradient() {
-  Display* display = XOpenDisplay(nullptr);
+  // Kept open (and reachable) for the rest of the process: closing it would
+  // take the window away.
+  static Display* const display = XOpenDisplay(nullptr);
   if (!display) return;
   const int screen = DefaultScreen(display);
   const int width = DisplayWidth(display, screen);
