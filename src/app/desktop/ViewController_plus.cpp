@@ -519,6 +519,7 @@ void ViewController_plus::penLinkChanged(bool connected) {
   } else {
     notifier_->penDisconnected();
     batteryLevel_.reset();
+    if (imgBattery) imgBattery->setAccessibleDescription(tr("No level yet"));
     Q_EMIT batteryLevelChanged();
   }
 }

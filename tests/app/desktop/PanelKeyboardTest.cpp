@@ -8,10 +8,13 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QComboBox>
+#include <QContextMenuEvent>
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMimeData>
 #include <QThread>
+#include <QTimer>
 #include <memory>
 
 #include "app/AppDelegate.h"
@@ -122,6 +125,28 @@ TEST_F(PanelKeyboardTest, TabWalksThePanelInReadingOrderAndReachesEveryAction) {
   EXPECT_EQ(order, (QStringList{"btStatus", "crown", "hexInfo", "rgbInfo", "cmykInfo", "hsbInfo",
                                 "labInfo", "crownBtn", "dropperBtn", "libraryBtn", "infoBtn",
                                 "btStatus", "crown"}));
+}
+
+// The Menu key arrives as a keyboard context-menu event for the focused
+// widget (the xcb plugin makes one of it); on a button it opens the panel's
+// menu, where the actions without a button of their own are.
+TEST_F(PanelKeyboardTest, TheMenuKeyOnAFocusedButtonOpensThePanelsActions) {
+  panel_->dropperBtn->setFocus(Qt::TabFocusReason);
+  ASSERT_TRUE(waitFor([&] { return panel_->dropperBtn->hasFocus(); }));
+  QStringList shown;
+  QTimer::singleShot(0, [&] {
+    if (auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
+      for (QAction* action : menu->actions())
+        if (!action->isSeparator()) shown << action->text();
+      menu->close();
+    }
+  });
+  const QPoint at = panel_->dropperBtn->rect().center();
+  QContextMenuEvent menuKey(QContextMenuEvent::Keyboard, at, panel_->dropperBtn->mapToGlobal(at));
+  QCoreApplication::sendEvent(panel_->dropperBtn, &menuKey);
+  EXPECT_TRUE(shown.contains(QStringLiteral("Reconnect"))) << shown.join(", ").toStdString();
+  EXPECT_TRUE(shown.contains(QStringLiteral("About Tintwell")));
+  EXPECT_TRUE(shown.contains(QStringLiteral("Pick from Screen")));
 }
 
 TEST_F(PanelKeyboardTest, EnterOrSpaceOnAFocusedTextCopiesItAsAClickDoes) {
