@@ -27,6 +27,9 @@ DEB_PACKAGES += libqt6sql6-sqlite libsqlite3-dev sqlite3
 DEB_PACKAGES += x11-apps
 # The click-to-panel bench clicks through XTest.
 DEB_PACKAGES += libxtst-dev
+# The accessibility test: at-spi2-core's bus launcher and registry, and the
+# AT-SPI client library for the Python reader.
+DEB_PACKAGES += at-spi2-core gir1.2-atspi-2.0
 
 # make fuzz: clang with libFuzzer and its symbolizer; libdbus for the D-Bus target.
 DEB_PACKAGES += clang-14 libclang-rt-14-dev llvm-14 libdbus-1-dev

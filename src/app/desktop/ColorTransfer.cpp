@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDrag>
+#include <QKeyEvent>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QMouseEvent>
@@ -114,6 +115,29 @@ bool ColorTransfer::eventFilter(QObject* watched, QEvent* event) {
       QToolTip::showText(field->mapToGlobal(QPoint(0, field->height())), tr("Copied"), field);
       Q_EMIT copied(field->text());
       break;
+    }
+    case QEvent::KeyPress: {
+      // The keyboard's click: Enter or Space on a focused notation copies it
+      // as a click does; on the crown it copies the colour a drag would carry.
+      const auto* key = static_cast<QKeyEvent*>(event);
+      if (key->modifiers() & ~Qt::KeypadModifier) break;
+      if (key->key() != Qt::Key_Return && key->key() != Qt::Key_Enter &&
+          key->key() != Qt::Key_Space)
+        break;
+      if (crown_ && watched == crown_) {
+        const QColor color = colorShown();
+        if (!color.isValid()) break;
+        QGuiApplication::clipboard()->setMimeData(colorMimeData(color), QClipboard::Clipboard);
+        QToolTip::showText(crown_->mapToGlobal(QPoint(0, crown_->height())), tr("Copied"), crown_);
+        Q_EMIT copied(color.name(QColor::HexRgb).toUpper());
+        return true;
+      }
+      auto* field = qobject_cast<QLineEdit*>(watched);
+      if (!field || field->text().isEmpty()) break;
+      copyToClipboard(field->text());
+      QToolTip::showText(field->mapToGlobal(QPoint(0, field->height())), tr("Copied"), field);
+      Q_EMIT copied(field->text());
+      return true;
     }
     default:
       break;

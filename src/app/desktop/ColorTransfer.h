@@ -24,6 +24,8 @@ QMimeData* colorMimeData(const QColor& color);
 // - a plain click on a notation text (hex, RGB, CMYK, HSB, Lab) copies that
 //   text as shown to the clipboard. Dragging across a notation selects, as in
 //   any text field, and copies nothing.
+// - Enter or Space on a focused notation text copies it as a click does, and
+//   on the focused crown copies the colour a drag would carry.
 class ColorTransfer : public QObject {
   Q_OBJECT
  public:

@@ -37,13 +37,22 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
   search_->setPlaceholderText(tr("Search by hex or name"));
   search_->setClearButtonEnabled(true);
   search_->setAccessibleName(tr("Search the history"));
+  search_->setAccessibleDescription(tr("Filters the colours by hex value or name (Ctrl+F)"));
   count_ = new QLabel(this);
   count_->setObjectName(QStringLiteral("historyCount"));
+  count_->setAccessibleName(tr("Colours in the history"));
+  count_->setAccessibleDescription(tr("How many colours the history holds and shows"));
 
   model_ = new HistoryModel(this);
   table_ = new QTableView(this);
   table_->setObjectName(QStringLiteral("historyTable"));
   table_->setModel(model_);
+  table_->setAccessibleName(tr("Colour history"));
+  table_->setAccessibleDescription(
+      tr("Every colour taken, newest first. Enter on a colour sends it again; F2 edits its "
+         "name; Ctrl+S stars; Delete removes."));
+  // Tab leaves the table for the buttons instead of walking its cells.
+  table_->setTabKeyNavigation(false);
   table_->setSelectionBehavior(QAbstractItemView::SelectRows);
   table_->setSelectionMode(QAbstractItemView::ExtendedSelection);
   table_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed);
@@ -63,18 +72,30 @@ HistoryWindow::HistoryWindow(PanelLogic& logic, QWidget* parent)
 
   status_ = new QLabel(this);
   status_->setObjectName(QStringLiteral("historyStatus"));
+  status_->setAccessibleName(tr("Selection"));
+  status_->setAccessibleDescription(tr("What the selected colours are"));
   status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   message_ = new QLabel(this);
   message_->setObjectName(QStringLiteral("historyMessage"));
+  message_->setAccessibleName(tr("Message"));
+  message_->setAccessibleDescription(tr("What the last action did"));
 
   auto* star = new QPushButton(tr("Star"), this);
   star->setObjectName(QStringLiteral("historyStar"));
+  star->setAccessibleName(tr("Star"));
+  star->setAccessibleDescription(tr("Star or unstar the selected colours (Ctrl+S)"));
   auto* remove = new QPushButton(tr("Delete"), this);
   remove->setObjectName(QStringLiteral("historyDelete"));
+  remove->setAccessibleName(tr("Delete"));
+  remove->setAccessibleDescription(tr("Remove the selected colours from the history (Delete)"));
   auto* exportButton = new QPushButton(tr("Export…"), this);
   exportButton->setObjectName(QStringLiteral("historyExport"));
+  exportButton->setAccessibleName(tr("Export"));
+  exportButton->setAccessibleDescription(tr("Save the history to a file (Ctrl+E)"));
   auto* importButton = new QPushButton(tr("Import…"), this);
   importButton->setObjectName(QStringLiteral("historyImport"));
+  importButton->setAccessibleName(tr("Import"));
+  importButton->setAccessibleDescription(tr("Add the colours of a history file"));
   connect(star, &QPushButton::clicked, this, &HistoryWindow::toggleStarOnSelection);
   connect(remove, &QPushButton::clicked, this, &HistoryWindow::deleteSelection);
   connect(exportButton, &QPushButton::clicked, this, &HistoryWindow::chooseExportFile);

@@ -57,6 +57,7 @@ PreferencesDialog::PreferencesDialog(PanelLogic& logic, QWidget* parent)
 
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
   connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::close);
+  buttons->button(QDialogButtonBox::Close)->setAccessibleDescription(tr("Close the preferences"));
 
   auto* layout = new QVBoxLayout(this);
   layout->addWidget(buildHosts());
@@ -89,6 +90,8 @@ QWidget* PreferencesDialog::buildHosts() {
     auto* check = new QCheckBox(host.name, box);
     check->setObjectName(QStringLiteral("host_") + host.key);
     check->setChecked(preferences.hostEnabled(host.key));
+    check->setAccessibleName(host.name);
+    check->setAccessibleDescription(tr("Send new colours to %1").arg(host.name));
     const QString key = host.key;
     connect(check, &QCheckBox::toggled, this,
             [this, key](bool on) { change([&](Preferences& p) { p.setHostEnabled(key, on); }); });
@@ -98,6 +101,8 @@ QWidget* PreferencesDialog::buildHosts() {
       auto* counts = new QLabel(box);
       counts->setObjectName(QStringLiteral("counts_") + host.key);
       counts->setEnabled(false);  // greyed: information, not a control
+      counts->setAccessibleName(tr("Colours sent to %1").arg(host.name));
+      counts->setAccessibleDescription(tr("How many colours went to %1").arg(host.name));
       grid->addWidget(counts, row, 1);
       hostCounts_[key] = counts;
     }
@@ -114,11 +119,15 @@ QWidget* PreferencesDialog::buildCopy() {
   copyBox_ = new QCheckBox(tr("Put every new colour on the clipboard"), box);
   copyBox_->setObjectName(QStringLiteral("copyEnabled"));
   copyBox_->setChecked(preferences.copyEnabled());
+  copyBox_->setAccessibleName(copyBox_->text());
+  copyBox_->setAccessibleDescription(tr("Copy each new colour's text"));
   connect(copyBox_, &QCheckBox::toggled, this,
           [this](bool on) { change([&](Preferences& p) { p.setCopyEnabled(on); }); });
   form->addRow(copyBox_);
   notationBox_ = new QComboBox(box);
   notationBox_->setObjectName(QStringLiteral("copyNotation"));
+  notationBox_->setAccessibleName(tr("Copied notation"));
+  notationBox_->setAccessibleDescription(tr("Which of the panel's texts goes to the clipboard"));
   for (const QString& notation : Preferences::notations())
     notationBox_->addItem(notationCaption(notation), notation);
   notationBox_->setCurrentIndex(notationBox_->findData(preferences.copyNotation()));
@@ -139,6 +148,9 @@ QCheckBox* PreferencesDialog::addSwitch(QWidget* box, QLayout* form, const QStri
   auto* check = new QCheckBox(text, box);
   check->setObjectName(name);
   check->setChecked(on);
+  check->setAccessibleName(text);
+  if (auto* group = qobject_cast<QGroupBox*>(box))
+    check->setAccessibleDescription(tr("An option of %1").arg(group->title().toLower()));
   connect(check, &QCheckBox::toggled, this,
           [this, set](bool value) { change([&](Preferences& p) { (p.*set)(value); }); });
   form->addWidget(check);
@@ -201,8 +213,13 @@ QWidget* PreferencesDialog::buildHistory() {
   auto* libraryRow = new QHBoxLayout;
   nameLibraryLabel_ = new QLabel(box);
   nameLibraryLabel_->setObjectName(QStringLiteral("nameLibrary"));
+  nameLibraryLabel_->setAccessibleName(tr("Name library"));
+  nameLibraryLabel_->setAccessibleDescription(tr("The library colour names come from"));
   auto* importLibrary = new QPushButton(tr("Import Library…"), box);
   importLibrary->setObjectName(QStringLiteral("importNameLibrary"));
+  importLibrary->setAccessibleName(tr("Import library"));
+  importLibrary->setAccessibleDescription(
+      tr("Choose a file of colour names (CSV, GIMP palette or ASE)"));
   connect(importLibrary, &QPushButton::clicked, this, [this] {
     const QString path =
         QFileDialog::getOpenFileName(this, tr("Import a Name Library"), QString(),
@@ -238,10 +255,16 @@ QWidget* PreferencesDialog::buildReports() {
                box));
   reportsWaiting_ = makeText(QString(), box);
   reportsWaiting_->setObjectName(QStringLiteral("reportsWaiting"));
+  reportsWaiting_->setAccessibleName(tr("Reports waiting"));
+  reportsWaiting_->setAccessibleDescription(tr("What the next usage report would hold"));
   layout->addWidget(reportsWaiting_);
   reportBodies_ = new QPlainTextEdit(box);
   reportBodies_->setObjectName(QStringLiteral("reportBodies"));
   reportBodies_->setReadOnly(true);
+  reportBodies_->setAccessibleName(tr("Usage report texts"));
+  reportBodies_->setAccessibleDescription(tr("The texts the next usage report would send"));
+  // Tab leaves the texts rather than being typed into them.
+  reportBodies_->setTabChangesFocus(true);
   reportBodies_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
   reportBodies_->setLineWrapMode(QPlainTextEdit::NoWrap);
   // Wide enough for the bodies' lines to show whole, which also makes the
@@ -253,6 +276,8 @@ QWidget* PreferencesDialog::buildReports() {
   reportsBox_ = new QCheckBox(tr("Send usage reports"), box);
   reportsBox_->setObjectName(QStringLiteral("telemetryEnabled"));
   reportsBox_->setChecked(logic_.preferences().telemetryEnabled());
+  reportsBox_->setAccessibleName(reportsBox_->text());
+  reportsBox_->setAccessibleDescription(tr("Post the usage reports described above"));
   connect(reportsBox_, &QCheckBox::toggled, this,
           [this](bool on) { change([&](Preferences& p) { p.setTelemetryEnabled(on); }); });
   layout->addWidget(reportsBox_);

@@ -1,5 +1,6 @@
 #include "app/desktop/ViewController_plus.h"
 
+#include <QAccessible>
 #include <QAction>
 #include <QFont>
 #include <QFontDatabase>
@@ -39,7 +40,8 @@ QLineEdit* makeField(QWidget* parent, const QString& name, const QFont& font) {
   field->setReadOnly(true);
   field->setFrame(false);
   field->setFont(font);
-  field->setFocusPolicy(Qt::ClickFocus);
+  // In the tab chain: Enter or Space copies the text (ColorTransfer).
+  field->setFocusPolicy(Qt::StrongFocus);
   field->setContextMenuPolicy(Qt::DefaultContextMenu);
   return field;
 }
@@ -52,14 +54,36 @@ QLabel* makeCaption(QWidget* parent, const QString& text) {
   return caption;
 }
 
-QPushButton* makeIconButton(QWidget* parent, const QString& name, const QString& toolTip) {
+QPushButton* makeIconButton(QWidget* parent, const QString& name, const QString& toolTip,
+                            const QString& description) {
   auto* button = new QPushButton(parent);
   button->setObjectName(name);
   button->setToolTip(toolTip);
   button->setAccessibleName(toolTip);
+  button->setAccessibleDescription(description);
   button->setFlat(true);
   button->setFocusPolicy(Qt::TabFocus);
   return button;
+}
+
+// What a notation field says to a screen reader besides its name: the text
+// it shows, so that a new colour is heard without moving the focus.
+QString fieldDescription(const QString& text) {
+  if (text.isEmpty()) return ViewController_plus::tr("No colour yet");
+  return ViewController_plus::tr("%1. Enter or Space copies it.").arg(text);
+}
+
+// Sets `widget`'s description and tells the assistive technologies, also
+// when the words are the same as before (the same colour picked twice is
+// still a new pick). Qt 6.4 has no announcement of its own; a changed
+// description sends DescriptionChanged by itself.
+void announceDescription(QWidget* widget, const QString& description) {
+  if (widget->accessibleDescription() != description) {
+    widget->setAccessibleDescription(description);
+    return;
+  }
+  QAccessibleEvent event(widget, QAccessible::DescriptionChanged);
+  QAccessible::updateAccessibility(&event);
 }
 
 }  // namespace
@@ -102,7 +126,13 @@ void ViewController_plus::buildLayout() {
   hexFont.setBold(true);
 
   // Top row: connection on the left, battery on the right.
-  auto* bt = makeIconButton(this, QStringLiteral("btStatus"), tr("Pen connection"));
+  setAccessibleName(tr("Colour panel"));
+  setAccessibleDescription(
+      tr("The colour from the pen or the screen, in hex, RGB, CMYK, HSB and Lab. Ctrl+D picks "
+         "from the screen, Ctrl+L opens the colour libraries, Ctrl+H the history, Ctrl+comma "
+         "the preferences; the Menu key opens every action."));
+  auto* bt = makeIconButton(this, QStringLiteral("btStatus"), tr("Pen connection"),
+                            tr("The state of the pen's link"));
   bt->setIcon(QIcon(imageNamed(QStringLiteral("BT off"))));
   bt->setIconSize(QSize(24, 24));
   btStatus = bt;
@@ -110,6 +140,8 @@ void ViewController_plus::buildLayout() {
   battery->setObjectName(QStringLiteral("imgBattery"));
   battery->setPixmap(imageNamed(QStringLiteral("50")));
   battery->setToolTip(tr("Pen battery"));
+  battery->setAccessibleName(tr("Pen battery"));
+  battery->setAccessibleDescription(tr("No level yet"));
   battery->hide();  // until a pen connects
   imgBattery = battery;
   auto* top = new QHBoxLayout;
@@ -123,11 +155,18 @@ void ViewController_plus::buildLayout() {
   crownView->setPixmap(imageNamed(QStringLiteral("crown")));
   crownView->setAlignment(Qt::AlignCenter);
   crownView->setMinimumSize(72, 72);
+  crownView->setAccessibleName(tr("Colour swatch"));
+  crownView->setAccessibleDescription(
+      tr("The colour shown. Drag it into another application, or press Enter or Space to copy "
+         "it."));
+  // The drag's keyboard counterpart: Enter or Space copies the colour.
+  crownView->setFocusPolicy(Qt::TabFocus);
   crown = crownView;
 
   auto* hex = makeField(this, QStringLiteral("hexInfo"), hexFont);
   hex->setAlignment(Qt::AlignCenter);
-  hex->setAccessibleName(tr("Hexadecimal"));
+  hex->setAccessibleName(tr("Hex value"));
+  hex->setAccessibleDescription(fieldDescription(QString()));
   hexInfo = hex;
 
   // The four notations, a caption each.
@@ -146,7 +185,8 @@ void ViewController_plus::buildLayout() {
   for (const auto& r : rows) {
     grid->addWidget(makeCaption(this, QString::fromLatin1(r.caption)), row, 0);
     auto* field = makeField(this, QString::fromLatin1(r.name), mono);
-    field->setAccessibleName(QString::fromLatin1(r.caption));
+    field->setAccessibleName(tr("%1 value").arg(QString::fromLatin1(r.caption)));
+    field->setAccessibleDescription(fieldDescription(QString()));
     field->setMinimumWidth(QFontMetrics(mono).horizontalAdvance(QLatin1Char('0')) * 24);
     grid->addWidget(field, row, 1);
     *r.field = field;
@@ -154,22 +194,26 @@ void ViewController_plus::buildLayout() {
   }
 
   // Bottom row: the crown button and the three actions.
-  auto* crownButton = makeIconButton(this, QStringLiteral("crownBtn"), tr("Current colour"));
+  auto* crownButton = makeIconButton(this, QStringLiteral("crownBtn"), tr("Current colour"),
+                                     tr("The colour shown, as a small swatch"));
   crownButton->setIcon(QIcon(imageNamed(QStringLiteral("crown"))));
   crownButton->setIconSize(QSize(24, 24));
   connect(crownButton, &QPushButton::clicked, this, &ViewController_plus::useCrownColor);
   crownBtn = crownButton;
-  auto* dropper = makeIconButton(this, QStringLiteral("dropperBtn"), tr("Pick from screen"));
+  auto* dropper = makeIconButton(this, QStringLiteral("dropperBtn"), tr("Pick from screen"),
+                                 tr("Pick a colour from anywhere on the screen (Ctrl+D)"));
   dropper->setIcon(QIcon(imageNamed(QStringLiteral("dropper2.png"))));
   dropper->setIconSize(QSize(22, 22));
   connect(dropper, &QPushButton::clicked, this, &ViewController_plus::findScreenColor);
   dropperBtn = dropper;
-  auto* library = makeIconButton(this, QStringLiteral("libraryBtn"), tr("Colour libraries"));
+  auto* library = makeIconButton(this, QStringLiteral("libraryBtn"), tr("Colour libraries"),
+                                 tr("Choose a colour library (Ctrl+L)"));
   library->setIcon(QIcon(imageNamed(QStringLiteral("library"))));
   library->setIconSize(QSize(22, 22));
   connect(library, &QPushButton::clicked, this, &ViewController_plus::showColorLibraries);
   libraryBtn = library;
-  auto* info = makeIconButton(this, QStringLiteral("infoBtn"), tr("About Tintwell"));
+  auto* info =
+      makeIconButton(this, QStringLiteral("infoBtn"), tr("About Tintwell"), tr("Show the version"));
   info->setIcon(QIcon(imageNamed(QStringLiteral("info"))));
   info->setIconSize(QSize(22, 22));
   connect(info, &QPushButton::clicked, this, &ViewController_plus::showSetting);
@@ -189,6 +233,8 @@ void ViewController_plus::buildLayout() {
   colorName = name;
   auto* combos = new QComboBox(this);
   combos->setObjectName(QStringLiteral("colorLibraryCombos"));
+  combos->setAccessibleName(tr("Colour library"));
+  combos->setAccessibleDescription(tr("Not in use"));
   combos->hide();
   colorLibraryCombos = combos;
   QPointer<QPushButton>* recent[] = {&btnColor1, &btnColor2, &btnColor3, &btnColor4,
@@ -200,6 +246,9 @@ void ViewController_plus::buildLayout() {
   for (int i = 0; i < 5; ++i) {
     auto* button = new QPushButton(this);
     button->setObjectName(QString::fromLatin1(recentNames[i]));
+    button->setAccessibleName(i < 4 ? tr("Recent colour") : tr("Selected colour"));
+    button->setAccessibleDescription(
+        i < 4 ? tr("Sends this colour to the design applications again") : tr("Not in use"));
     button->hide();
     *recent[i] = button;
     if (i < 4) {
@@ -216,8 +265,9 @@ void ViewController_plus::buildLayout() {
   name->setReadOnly(true);
   name->setFrame(false);
   name->setAlignment(Qt::AlignHCenter);
-  name->setFocusPolicy(Qt::ClickFocus);
+  name->setFocusPolicy(Qt::StrongFocus);
   name->setAccessibleName(tr("Nearest named colour"));
+  name->setAccessibleDescription(tr("The name of the library colour nearest to the one shown"));
 
   colorTransfer_ =
       new ColorTransfer(crownView, hex, {hex, rgbInfo, cmykInfo, hsbInfo, labInfo}, this);
@@ -243,12 +293,21 @@ void ViewController_plus::buildLayout() {
   hostMessage->setObjectName(QStringLiteral("hostMessage"));
   hostMessage->setWordWrap(true);
   hostMessage->setStyleSheet(QStringLiteral("color: #f0e0a0;"));
+  hostMessage->setAccessibleName(tr("Message"));
+  hostMessage->setAccessibleDescription(tr("What a design application or the panel has to say"));
   hostMessage->hide();
   layout->addWidget(hostMessage);
   hostMessageTimer_ = new QTimer(this);
   hostMessageTimer_->setSingleShot(true);
   hostMessageTimer_->setInterval(6000);
   connect(hostMessageTimer_, &QTimer::timeout, hostMessage, &QWidget::hide);
+
+  // Tab goes down the panel as it reads: the link, the colour, its texts, the
+  // actions. Hidden controls are skipped until their options show them.
+  QWidget* chain[] = {bt,          crownView, hex,     name,     btnColor1, btnColor2,
+                      btnColor3,   btnColor4, rgbInfo, cmykInfo, hsbInfo,   labInfo,
+                      crownButton, dropper,   library, info};
+  for (std::size_t i = 1; i < std::size(chain); ++i) setTabOrder(chain[i - 1], chain[i]);
 }
 
 void ViewController_plus::showHostMessage(const QString& text) {
@@ -400,6 +459,7 @@ void ViewController_plus::showRecentColors(const std::vector<ColorStruct>& color
     const QString hex = QStringLiteral("#") + color.colorHex;
     button->setToolTip(tr("%1: click to send it to the design applications again").arg(hex));
     button->setAccessibleName(tr("Recent colour %1").arg(hex));
+    button->setAccessibleDescription(tr("Sends %1 to the design applications again").arg(hex));
     button->show();
   }
 }
@@ -430,6 +490,7 @@ void ViewController_plus::showColor(const ColorStruct& color) {
   crown->setPixmap(tintedImage(crown->pixmap(), color.color));
   crownBtn->setIcon(uncachedPixmapIcon(tintedImage(crown->pixmap(), color.color)));
   hexInfo->setText(QStringLiteral("#") + color.colorHex);
+  announceDescription(hexInfo, fieldDescription(hexInfo->text()));
   Q_EMIT colorShown(color.color);
 }
 
@@ -440,6 +501,8 @@ void ViewController_plus::showColorTexts(const AllColor& notations) {
   cmykInfo->setText(notations.txtCMYK);
   hsbInfo->setText(notations.txtHSB);
   labInfo->setText(notations.txtLAB);
+  for (QLineEdit* field : {rgbInfo.data(), cmykInfo.data(), hsbInfo.data(), labInfo.data()})
+    announceDescription(field, fieldDescription(field->text()));
 }
 
 void ViewController_plus::setConnectionImage(const QString& imageName) {
@@ -461,6 +524,7 @@ void ViewController_plus::penLinkChanged(bool connected) {
   } else {
     notifier_->penDisconnected();
     batteryLevel_.reset();
+    if (imgBattery) imgBattery->setAccessibleDescription(tr("No level yet"));
     Q_EMIT batteryLevelChanged();
   }
 }
@@ -469,6 +533,7 @@ void ViewController_plus::showBatteryLevel(qint64 level) {
   if (!imgBattery || imgBattery->isHidden()) return;  // no pen connected
   notifier_->batteryLevel(level);
   batteryLevel_ = level;
+  imgBattery->setAccessibleDescription(tr("%1 percent").arg(level));
   Q_EMIT batteryLevelChanged();
 }
 

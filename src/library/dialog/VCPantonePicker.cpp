@@ -18,6 +18,8 @@ VCPantonePicker::VCPantonePicker(QWidget* parent) : QDialog(parent) {
   setWindowTitle(tr("Colour libraries"));
   auto* combo = new QComboBox(this);
   combo->setObjectName(QStringLiteral("pantoneCombobox"));
+  combo->setAccessibleName(tr("Colour library"));
+  combo->setAccessibleDescription(tr("Choose one of the colour libraries"));
   combo->addItems(libraryNames());
   // Nothing chosen yet, so any row (the first too) is a choice.
   combo->setCurrentIndex(-1);
