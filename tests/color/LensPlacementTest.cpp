@@ -58,11 +58,12 @@ TEST(LensPlacement, NeverOverTheMagnifiedPixelsAndOnTheMonitorWheneverItFits) {
                                   pointer.y() - kGap - lens.height() >= monitor.y();
     const bool fits = (besideFits && lens.height() <= monitor.height()) ||
                       (aboveOrBelowFits && lens.width() <= monitor.width());
-    if (fits)
+    if (fits) {
       ASSERT_TRUE(monitor.contains(placed))
           << pointer.x() << "," << pointer.y() << " lens " << lens.width() << "x" << lens.height()
           << " in " << monitor.x() << "," << monitor.y() << " " << monitor.width() << "x"
           << monitor.height();
+    }
   }
 }
 
