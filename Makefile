@@ -115,6 +115,19 @@ desktop-soak: build
 	./$(BUILD)/tests/soak/desktop_soak --hours $(SOAK_HOURS) --scale $(SOAK_SCALE) \
 	  --report $(BUILD)/desktop-soak.md
 
+# An hour of real time (the timers at their real schedule: a telemetry post
+# every 600 s) with the pen at 50 Hz and a dropper pick every minute. Judged:
+# the resident memory a second after each renewal of the colour record (a
+# successful post, or the panel's return after a pick) rises less than 1 MiB
+# above its size at the end of the first minute. The report, with the VmRSS
+# series, is $(BUILD)/memory-soak.md. Not part of `make test`.
+MEMORY_SOAK_MINUTES ?= 60
+.PHONY: memory-soak
+memory-soak: build
+	./$(BUILD)/tests/soak/desktop_soak --minutes $(MEMORY_SOAK_MINUTES) --scale 1 \
+	  --pick-every 60 --link-every 0 --memory-growth-kib 1024 --network own \
+	  --report $(BUILD)/memory-soak.md
+
 # AddressSanitizer and UndefinedBehaviorSanitizer over the whole suite but the
 # exhaustive colour walk (the release run covers that).
 asan-test:

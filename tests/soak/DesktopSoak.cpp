@@ -19,10 +19,24 @@
 // was out; every return of the panel after a pick starts fresh records). Any
 // colour lost otherwise, posted twice or never received is a failure.
 //
-//   desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]
-//                [--network own]
+//   desktop_soak [--hours H] [--scale S] [--minutes M] [--report FILE]
+//                [--memory report-only] [--network own] [--pick-every SECONDS]
+//                [--link-every SECONDS] [--memory-growth-kib K]
 //     H: hours of the application's timers to run (default 24)
 //     S: TINTWELL_TIME_SCALE (default 0.005, so 24 hours take 7.2 minutes)
+//     M: minutes of real time to run instead of H hours of timers (with
+//       --scale 1 the timers run at their real schedule)
+//     --pick-every: seconds between dropper picks (default 29)
+//     --link-every: seconds between link upsets (default 5; 0: none, the pen
+//       stays connected the whole run)
+//     --memory-growth-kib K: judge memory as a long real-time run needs it
+//       (instead of the second-half check below): the resident size a second
+//       after each renewal of the colour record (a successful colour post, or
+//       the panel's return after a pick), once the old record's lists have
+//       been let go, never more than K KiB above its size at the end of the
+//       first minute. Between renewals the lists grow with every colour by
+//       design, so samples there say little about what is kept. A run with no
+//       renewal after the first minute is judged on its largest sample.
 //     --memory report-only: the resident size is reported but not judged (a
 //       sanitizer's own bookkeeping grows with the run)
 //     --network own: run in a network namespace of its own with a default
@@ -44,6 +58,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <limits>
 #include <map>
 #include <optional>
 #include <vector>
@@ -66,6 +81,7 @@ constexpr int kFirstPickColour = 0xC00000;  // picks count up from here; pen col
 constexpr int kColourIntervalMs = 20;       // 50 Hz
 constexpr int kLinkEventIntervalMs = 5000;
 constexpr int kPickIntervalMs = 29000;
+constexpr qint64 kSettleMs = 60000;  // the memory judged after it
 constexpr int kMemoryIntervalMs = 5000;
 constexpr int kStallMs = 15000;  // no sign of life for this long is a hang
 
@@ -99,13 +115,30 @@ bool isHexColour(const QString& line) {
   return hex.match(line).hasMatch();
 }
 
+struct SoakOptions {
+  double hours = 24;
+  double scale = 0.005;
+  double minutes = 0;  // real time; 0: run `hours` of the application's timers
+  QString reportPath;
+  bool judgeMemory = true;
+  int pickIntervalMs = kPickIntervalMs;
+  int linkIntervalMs = kLinkEventIntervalMs;  // 0: no link upsets
+  qint64 memoryGrowthKiB = 0;                 // 0: the second-half check
+};
+
 class Soak : public QObject {
  public:
-  Soak(double hours, double scale, QString reportPath, bool judgeMemory)
-      : hours_(hours),
-        scale_(scale),
-        reportPath_(std::move(reportPath)),
-        judgeMemory_(judgeMemory) {}
+  explicit Soak(const SoakOptions& options)
+      : hours_(options.hours),
+        scale_(options.scale),
+        minutes_(options.minutes),
+        reportPath_(options.reportPath),
+        judgeMemory_(options.judgeMemory),
+        pickIntervalMs_(options.pickIntervalMs),
+        linkIntervalMs_(options.linkIntervalMs),
+        memoryGrowthKiB_(options.memoryGrowthKiB),
+        nextLinkMs_(options.linkIntervalMs),
+        nextPickMs_(options.pickIntervalMs / 2) {}
 
   int run() {
     if (!setUp()) return finishWith(false);
@@ -187,6 +220,7 @@ class Soak : public QObject {
     }
     driveLink(now);
     drivePick(now);
+    sampleAfterRenewal(now);
     if (now >= nextMemoryMs_) {
       sampleMemory(now);
       collectPosts();  // keeps the server's event list short
@@ -196,7 +230,10 @@ class Soak : public QObject {
     QTimer::singleShot(std::max<qint64>(0, kColourIntervalMs - spent), this, [this] { tick(); });
   }
 
-  qint64 durationMs() const { return static_cast<qint64>(hours_ * 3600.0 * 1000.0 * scale_); }
+  qint64 durationMs() const {
+    if (minutes_ > 0) return static_cast<qint64>(minutes_ * 60000.0);
+    return static_cast<qint64>(hours_ * 3600.0 * 1000.0 * scale_);
+  }
 
   // The link: one upset every five seconds, in turn, each waited out until the
   // pen is connected again.
@@ -209,7 +246,7 @@ class Soak : public QObject {
       }
       if (connections_ > event.connectionsBefore) {
         event.reconnectedAfterMs = now - event.atMs;
-        nextLinkMs_ = now + kLinkEventIntervalMs;
+        nextLinkMs_ = now + linkIntervalMs_;
       } else if (now - event.atMs > kStallMs) {
         fail(QStringLiteral("the pen did not come back within %1 s after: %2")
                  .arg(kStallMs / 1000)
@@ -227,7 +264,7 @@ class Soak : public QObject {
       return;
     }
     // None so late that the pen could not be back before the run ends.
-    if (now < nextLinkMs_ || now + 3000 > durationMs()) return;
+    if (linkIntervalMs_ <= 0 || now < nextLinkMs_ || now + 3000 > durationMs()) return;
     LinkEvent event;
     event.atMs = now;
     event.connectionsBefore = connections_;
@@ -297,7 +334,7 @@ class Soak : public QObject {
     if (pickState_ == PickState::Clicked && pickedColours_ == picksStarted_) {
       pickTimesMs_.push_back(now - pickSinceMs_);
       pickState_ = PickState::Idle;
-      nextPickMs_ = now + kPickIntervalMs;
+      nextPickMs_ = now + pickIntervalMs_;
       return;
     }
     if (now - pickSinceMs_ > kStallMs) {
@@ -307,11 +344,14 @@ class Soak : public QObject {
   }
 
   void sampleMemory(qint64 now) {
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid_));
-    if (!status.open(QIODevice::ReadOnly)) return;
-    for (const QByteArray& line : status.readAll().split('\n'))
-      if (line.startsWith("VmRSS:"))
-        memory_.push_back({now, line.mid(6).trimmed().split(' ').value(0).toLongLong()});
+    if (const auto kib = residentKiB()) memory_.push_back({now, *kib});
+  }
+
+  // A second after the record was renewed: the old one is gone by then.
+  void sampleAfterRenewal(qint64 now) {
+    if (!renewedMs_ || now - *renewedMs_ < 1000) return;
+    renewedMs_.reset();
+    if (const auto kib = residentKiB()) afterRenewals_.push_back({now, *kib});
   }
 
   void readLines() {
@@ -340,7 +380,10 @@ class Soak : public QObject {
         }
       } else {
         handled_.push_back({colour, n, n, true});
-        if (colour == kStartUpColour && ++startUpLines_ > 1) reappearances_.push_back(n);
+        if (colour == kStartUpColour && ++startUpLines_ > 1) {
+          reappearances_.push_back(n);
+          if (clock_.isValid()) renewedMs_ = clock_.elapsed();
+        }
         if (colour >= kFirstPickColour && colour < kStartUpColour) ++pickedColours_;
       }
       return;
@@ -350,6 +393,7 @@ class Soak : public QObject {
       sends_.push_back({n, std::nullopt});
     } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
       if (!sends_.empty() && !sends_.back().colourSucceeded) sends_.back().colourSucceeded = n;
+      if (clock_.isValid()) renewedMs_ = clock_.elapsed();
     } else if (line.startsWith(QLatin1String("error "))) {
       ++transportErrors_;
     } else if (line == QLatin1String("Log Timer is trigger")) {
@@ -520,7 +564,40 @@ class Soak : public QObject {
            app_.exitCode() == 0 && unexplained_ == 0 &&
            (postedTwice_ == 0 || posts_.overlappingSends() > 0) && deliveredNeverCounted_ == 0 &&
            neverHandled_ == 0 && inconsistentBodies_ == 0 && repeatedPenLines_ == 0 &&
-           (!judgeMemory_ || memoryFlat());
+           (!judgeMemory_ ||
+            (memoryGrowthKiB_ > 0 ? memoryGrowthAfterSettlingKiB() < memoryGrowthKiB_
+                                  : memoryFlat()));
+  }
+
+  // The sample at the end of the first minute, and the largest rise above it
+  // a second after a renewal of the record (any sample if there was none).
+  const std::pair<qint64, qint64>* settledSample() const {
+    for (const auto& m : memory_)
+      if (m.first >= kSettleMs) return &m;
+    return nullptr;
+  }
+  qint64 memoryGrowthAfterSettlingKiB() const {
+    const auto* settled = settledSample();
+    if (settled == nullptr) return std::numeric_limits<qint64>::max();
+    qint64 peak = settled->second;
+    bool renewed = false;
+    for (const auto& m : afterRenewals_) {
+      if (m.first < settled->first) continue;
+      renewed = true;
+      peak = std::max(peak, m.second);
+    }
+    if (!renewed)
+      for (const auto& m : memory_)
+        if (m.first >= settled->first) peak = std::max(peak, m.second);
+    return peak - settled->second;
+  }
+
+  std::optional<qint64> residentKiB() const {
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid_));
+    if (!status.open(QIODevice::ReadOnly)) return std::nullopt;
+    for (const QByteArray& line : status.readAll().split('\n'))
+      if (line.startsWith("VmRSS:")) return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    return std::nullopt;
   }
 
   // Flat: over the second half of the run the resident size grew by less
@@ -635,16 +712,46 @@ class Soak : public QObject {
                     : memoryFlat() ? QStringLiteral("flat")
                                    : QStringLiteral("NOT flat")));
     }
+    if (memoryGrowthKiB_ > 0) {
+      const auto* settled = settledSample();
+      line(QStringLiteral("- resident memory after the first minute: %1 MiB at %2 s, last %3 MiB; "
+                          "largest rise above the first minute's a second after a renewal of "
+                          "the colour record %4 KiB, last sample minus first minute %5 KiB "
+                          "(limit %6 KiB: %7)")
+               .arg(settled ? settled->second / 1024.0 : 0.0, 0, 'f', 2)
+               .arg(settled ? settled->first / 1000.0 : 0.0, 0, 'f', 0)
+               .arg(memory_.empty() ? 0.0 : memory_.back().second / 1024.0, 0, 'f', 2)
+               .arg(settled ? memoryGrowthAfterSettlingKiB() : -1)
+               .arg(settled && !memory_.empty() ? memory_.back().second - settled->second : -1)
+               .arg(memoryGrowthKiB_)
+               .arg(!judgeMemory_ ? QStringLiteral("not judged")
+                    : memoryGrowthAfterSettlingKiB() < memoryGrowthKiB_
+                        ? QStringLiteral("held")
+                        : QStringLiteral("EXCEEDED")));
+    }
+    if (!afterRenewals_.empty()) {
+      QStringList series;
+      for (const auto& [ms, kib] : afterRenewals_)
+        series << QStringLiteral("%1 s: %2").arg(ms / 1000).arg(kib / 1024.0, 0, 'f', 2);
+      line(QStringLiteral("  - VmRSS a second after each renewal of the colour record (MiB): ") +
+           series.join(QStringLiteral(", ")));
+    }
     if (!memory_.empty()) {
       QStringList series;
       qint64 nextMs = 0;
       for (const auto& [ms, kib] : memory_) {
         if (ms < nextMs) continue;
-        series << QString::number(kib / 1024.0, 'f', 1);
+        series << QString::number(kib / 1024.0, 'f', 2);
         nextMs = ms + 60000;
       }
       line(QStringLiteral("  - VmRSS each minute of the run (MiB): ") +
            series.join(QStringLiteral(", ")));
+      if (memoryGrowthKiB_ > 0) {
+        line(QStringLiteral("  - every sample (seconds into the run, VmRSS KiB):\n```"));
+        for (const auto& [ms, kib] : memory_)
+          line(QStringLiteral("%1 %2").arg(ms / 1000.0, 0, 'f', 1).arg(kib));
+        line(QStringLiteral("```"));
+      }
     }
     line(QStringLiteral("- quit (SIGTERM) to exit: %1 ms, exit status %2, \"Final bye bye ~\" %3")
              .arg(quitMs_)
@@ -671,8 +778,12 @@ class Soak : public QObject {
 
   double hours_;
   double scale_;
+  double minutes_;
   QString reportPath_;
   bool judgeMemory_;
+  int pickIntervalMs_;
+  int linkIntervalMs_;
+  qint64 memoryGrowthKiB_;
 
   testing::XvfbServer xvfb_{
       {QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x768x24")}};
@@ -694,17 +805,19 @@ class Soak : public QObject {
   qint64 attempts_ = 0;
   std::vector<int> sent_;
   std::vector<LinkEvent> links_;
-  qint64 nextLinkMs_ = kLinkEventIntervalMs;
+  qint64 nextLinkMs_;
   std::optional<qint64> pendingPowerOnMs_;
   std::optional<qint64> pendingBluezMs_;
   enum class PickState { Idle, Armed, Clicked } pickState_ = PickState::Idle;
-  qint64 nextPickMs_ = kPickIntervalMs / 2;
+  qint64 nextPickMs_;
   qint64 pickSinceMs_ = 0;
   int picksStarted_ = 0;
   int armedLinesBefore_ = 0;
   std::vector<qint64> pickTimesMs_;
   qint64 nextMemoryMs_ = 0;
-  std::vector<std::pair<qint64, qint64>> memory_;  // (ms, KiB)
+  std::vector<std::pair<qint64, qint64>> memory_;         // (ms, KiB)
+  std::vector<std::pair<qint64, qint64>> afterRenewals_;  // (ms, KiB)
+  std::optional<qint64> renewedMs_;
   bool quitting_ = false;
   bool wrappedUp_ = false;
   qint64 runMs_ = 0;
@@ -749,28 +862,40 @@ class Soak : public QObject {
 
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
-  double hours = 24;
-  double scale = 0.005;
-  QString report;
-  bool judgeMemory = true;
+  tw::soak::SoakOptions options;
   bool ownNetwork = false;
+  bool valid = true;
   const QStringList args = QCoreApplication::arguments();
   for (int i = 1; i + 1 < args.size(); i += 2) {
+    const QString& value = args[i + 1];
     if (args[i] == QLatin1String("--hours"))
-      hours = args[i + 1].toDouble();
+      options.hours = value.toDouble();
     else if (args[i] == QLatin1String("--scale"))
-      scale = args[i + 1].toDouble();
+      options.scale = value.toDouble();
+    else if (args[i] == QLatin1String("--minutes"))
+      options.minutes = value.toDouble();
     else if (args[i] == QLatin1String("--report"))
-      report = args[i + 1];
+      options.reportPath = value;
     else if (args[i] == QLatin1String("--memory"))
-      judgeMemory = args[i + 1] != QLatin1String("report-only");
+      options.judgeMemory = value != QLatin1String("report-only");
     else if (args[i] == QLatin1String("--network"))
-      ownNetwork = args[i + 1] == QLatin1String("own");
+      ownNetwork = value == QLatin1String("own");
+    else if (args[i] == QLatin1String("--pick-every"))
+      options.pickIntervalMs = static_cast<int>(value.toDouble(&valid) * 1000.0);
+    else if (args[i] == QLatin1String("--link-every"))
+      options.linkIntervalMs = static_cast<int>(value.toDouble(&valid) * 1000.0);
+    else if (args[i] == QLatin1String("--memory-growth-kib"))
+      options.memoryGrowthKiB = value.toLongLong(&valid);
+    else
+      valid = false;
+    if (!valid) break;
   }
-  if (hours <= 0 || scale <= 0) {
+  if (!valid || options.hours <= 0 || options.scale <= 0 || options.minutes < 0 ||
+      options.pickIntervalMs <= 0 || options.linkIntervalMs < 0 || options.memoryGrowthKiB < 0) {
     std::fputs(
-        "usage: desktop_soak [--hours H] [--scale S] [--report FILE] [--memory report-only]\n"
-        "                    [--network own]\n",
+        "usage: desktop_soak [--hours H] [--scale S] [--minutes M] [--report FILE]\n"
+        "                    [--memory report-only] [--network own] [--pick-every SECONDS]\n"
+        "                    [--link-every SECONDS] [--memory-growth-kib K]\n",
         stderr);
     return 2;
   }
@@ -782,6 +907,6 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  tw::soak::Soak soak(hours, scale, report, judgeMemory);
+  tw::soak::Soak soak(options);
   return soak.run();
 }
