@@ -153,6 +153,7 @@ class HistoryStore::Worker {
   bool updateRow(const QString& sql, const QVariant& value, qint64 id);
   bool removeRows(const std::vector<qint64>& ids);
   qint64 insertRows(const std::vector<Entry>& entries);
+  qint64 readPageCacheBytes();
 
  private:
   struct Pending {
@@ -383,6 +384,9 @@ std::optional<Failure> HistoryStore::Worker::setUp() {
   if (!run(QStringLiteral("PRAGMA journal_mode=WAL"))) return classify(query.lastError());
   query.finish();
   if (!run(QStringLiteral("PRAGMA synchronous=FULL"))) return classify(query.lastError());
+  query.finish();
+  if (!run(QStringLiteral("PRAGMA cache_size = -%1").arg(kPageCacheKiB)))
+    return classify(query.lastError());
 
   if (version == 0) {
     if (!db_->transaction()) return classify(db_->lastError());
@@ -613,6 +617,19 @@ std::vector<Entry> HistoryStore::Worker::readLatest(int count) {
   return entries;
 }
 
+qint64 HistoryStore::Worker::readPageCacheBytes() {
+  if (!db_) return 0;
+  const QVariant handle = db_->driver()->handle();
+  if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) return 0;
+  sqlite3* const connection = *static_cast<sqlite3* const*>(handle.constData());
+  if (connection == nullptr) return 0;
+  int used = 0;
+  int highWater = 0;
+  if (sqlite3_db_status(connection, SQLITE_DBSTATUS_CACHE_USED, &used, &highWater, 0) != SQLITE_OK)
+    return 0;
+  return used;
+}
+
 std::optional<std::vector<Entry>> HistoryStore::Worker::readAllDirectly() {
   const QVariant handle = db_->driver()->handle();
   if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) return std::nullopt;
@@ -832,6 +849,11 @@ const QString& HistoryStore::path() const { return worker_->path(); }
 QString HistoryStore::setAsidePath() const { return worker_->setAsidePath(); }
 
 qint64 HistoryStore::pendingCount() const { return worker_->pendingCount(); }
+
+qint64 HistoryStore::pageCacheBytes() const {
+  Worker* worker = worker_.get();
+  return worker->call([worker] { return worker->readPageCacheBytes(); });
+}
 
 QString defaultHistoryPath() {
   return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +

@@ -84,6 +84,15 @@ class HistoryStore {
   // Colours queued or waiting out a fault, not yet committed.
   qint64 pendingCount() const;
 
+  // SQLite's page cache for the store's connection, at most this much. Its
+  // default (2 MB) fills at about 50 bytes a committed colour and stays full,
+  // so under a stream of pen colours the application's memory would grow for
+  // its first quarter hour; appends touch only the newest pages, and a read of
+  // the whole history goes through the system's file cache whatever the size.
+  static constexpr int kPageCacheKiB = 256;
+  // Bytes SQLite's page cache holds for the store now; 0 while it is closed.
+  qint64 pageCacheBytes() const;
+
  private:
   class Worker;
   std::unique_ptr<Worker> worker_;

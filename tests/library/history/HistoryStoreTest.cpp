@@ -161,6 +161,25 @@ TEST_F(HistoryStoreTest, LatestGivesTheNewestColoursNewestFirst) {
   EXPECT_EQ(latest, all);
 }
 
+// A long history does not make the store's memory grow with it: SQLite keeps
+// at most its bounded page cache, however many colours were written or read.
+TEST_F(HistoryStoreTest, PageCacheStaysWithinItsBoundAsTheHistoryGrows) {
+  HistoryStore store(at(path_));
+  std::vector<Entry> many;
+  for (int i = 0; i < 40000; ++i) many.push_back(colour(i, i % 256, (i / 256) % 256, 7));
+  ASSERT_EQ(store.importEntries(many), 40000);
+  for (int i = 0; i < 20; ++i) store.append(colour(50000 + i, 1, 2, i));
+  ASSERT_TRUE(store.flush());
+  ASSERT_EQ(store.entries().size(), 40020u);
+  // Well past the bound on disk, so an unbounded cache would show.
+  ASSERT_GT(QFileInfo(path_).size() + QFileInfo(path_ + QStringLiteral("-wal")).size(),
+            4 * 1024 * HistoryStore::kPageCacheKiB);
+  const qint64 used = store.pageCacheBytes();
+  EXPECT_GT(used, 0);
+  // The bound counts page contents; each page carries a little bookkeeping too.
+  EXPECT_LE(used, HistoryStore::kPageCacheKiB * 1024 * 5 / 4);
+}
+
 TEST_F(HistoryStoreTest, EditsChangeOnlyTheRowsNamed) {
   HistoryStore store(at(path_));
   store.append(colour(10, 1, 2, 3));
