@@ -393,7 +393,10 @@ class Soak : public QObject {
       sends_.push_back({n, std::nullopt});
     } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
       if (!sends_.empty() && !sends_.back().colourSucceeded) sends_.back().colourSucceeded = n;
-      if (clock_.isValid()) renewedMs_ = clock_.elapsed();
+      if (clock_.isValid()) {
+        renewedMs_ = clock_.elapsed();
+        if (!firstPostMs_) firstPostMs_ = *renewedMs_;
+      }
     } else if (line.startsWith(QLatin1String("error "))) {
       ++transportErrors_;
     } else if (line == QLatin1String("Log Timer is trigger")) {
@@ -729,6 +732,25 @@ class Soak : public QObject {
                         ? QStringLiteral("held")
                         : QStringLiteral("EXCEEDED")));
     }
+    // The first post makes what no earlier step needs (the network thread, the
+    // first TLS connection); from then on only a leak or fragmentation grows.
+    if (memoryGrowthKiB_ > 0 && firstPostMs_) {
+      const std::pair<qint64, qint64>* from = nullptr;
+      for (const auto& m : afterRenewals_)
+        if (m.first > *firstPostMs_) {
+          from = &m;
+          break;
+        }
+      if (from != nullptr && from != &afterRenewals_.back())
+        line(QStringLiteral("- after the first successful post (at %1 s): %2 MiB a second after "
+                            "the renewal at %3 s, %4 MiB after the last at %5 s: %6 KiB")
+                 .arg(*firstPostMs_ / 1000)
+                 .arg(from->second / 1024.0, 0, 'f', 2)
+                 .arg(from->first / 1000)
+                 .arg(afterRenewals_.back().second / 1024.0, 0, 'f', 2)
+                 .arg(afterRenewals_.back().first / 1000)
+                 .arg(afterRenewals_.back().second - from->second));
+    }
     if (!afterRenewals_.empty()) {
       QStringList series;
       for (const auto& [ms, kib] : afterRenewals_)
@@ -818,6 +840,7 @@ class Soak : public QObject {
   std::vector<std::pair<qint64, qint64>> memory_;         // (ms, KiB)
   std::vector<std::pair<qint64, qint64>> afterRenewals_;  // (ms, KiB)
   std::optional<qint64> renewedMs_;
+  std::optional<qint64> firstPostMs_;  // the first successful colour post
   bool quitting_ = false;
   bool wrappedUp_ = false;
   qint64 runMs_ = 0;
