@@ -6,6 +6,7 @@
 #include <QUrl>
 
 #include "common/Fatal.h"
+#include "common/FreedMemory.h"
 #include "common/Log.h"
 #include "common/TimeScale.h"
 #include "telemetry/Reachability.h"
@@ -76,6 +77,7 @@ void API_Logger::startLogging() {
   senderTimers_.emplace_back(apiSenderTimer_);
   // Without an event loop (plain record tests) there is nothing to schedule on.
   if (thread()->eventDispatcher() && sendingEnabled_) apiSenderTimer_->start();
+  releaseFreedMemoryLater();
 }
 
 int API_Logger::sendPeriodMs() { return scaledMs(kSendIntervalSeconds); }
@@ -179,6 +181,7 @@ void API_Logger::postUsage(const QString& urlText, const QByteArray& body, API_T
 void API_Logger::handleUsageResponse(const std::optional<QByteArray>& data,
                                      const std::optional<UsageResponse>& response,
                                      const std::optional<QString>& error, API_Type type) {
+  releaseFreedMemoryLater();
   if (data && response && response->isHttp && !error) {
     if (response->statusCode >= 200 && response->statusCode <= 299) {
       logLine(QStringLiteral(" API 完成 || Api Type : ") + apiTypeName(type));
@@ -203,6 +206,12 @@ void API_Logger::handleUsageResponse(const std::optional<QByteArray>& data,
   }
   logLine(QStringLiteral("error ") + (error ? *error : QStringLiteral("Unknown error")));
   usageFailed();
+}
+
+void API_Logger::releaseFreedMemoryLater() {
+  // A second on, when the dropped record and the post's buffers (freed on the
+  // network thread, after the reply) are gone.
+  if (thread()->eventDispatcher()) QTimer::singleShot(1000, this, [] { releaseFreedMemory(); });
 }
 
 void API_Logger::usageSucceeded() {

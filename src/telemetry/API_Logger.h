@@ -124,6 +124,10 @@ class API_Logger : public QObject {
   ApplicationUsageCounters& requireCommander() const;
   // Queues the YES answer to the pending quit on this object's (the main) thread.
   void answerTerminationLater();
+  // The records' colour lists grow with every colour and are dropped at each
+  // renewal; the allocator would keep their pages. Gives freed pages back a
+  // second after a post ends and after each start.
+  void releaseFreedMemoryLater();
 
   mutable std::mutex recordsMutex_;
   std::shared_ptr<ColorRecord> colorRecord_;
