@@ -20,6 +20,18 @@ unsigned long X11Connection::rootWindow() const {
   return display_ ? DefaultRootWindow(display_) : 0;
 }
 
+bool X11Connection::queryPointer(int& x, int& y) const {
+  x = 0;
+  y = 0;
+  if (!display_) return false;
+  Window root = 0;
+  Window child = 0;
+  int winX = 0;
+  int winY = 0;
+  unsigned int buttons = 0;
+  return XQueryPointer(display_, rootWindow(), &root, &child, &x, &y, &winX, &winY, &buttons);
+}
+
 void X11Connection::readQueuedEvents() {
   if (!display_ || !reader_ || XEventsQueued(display_, QueuedAlready) == 0) return;
   QTimer::singleShot(0, reader_);

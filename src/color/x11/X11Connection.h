@@ -18,6 +18,10 @@ class X11Connection {
   X11Connection& operator=(const X11Connection&) = delete;
 
   bool isOpen() const { return display_ != nullptr; }
+  // The pointer's position on its root window, in device pixels (0, 0 without
+  // a server). True when the pointer is on this connection's default screen.
+  // A round trip: events it reads in wait for readQueuedEvents().
+  bool queryPointer(int& x, int& y) const;
   _XDisplay* display() const { return display_; }
   unsigned long rootWindow() const;
 

@@ -21,17 +21,9 @@ X11LensSource::X11LensSource(std::shared_ptr<X11Connection> connection)
     : connection_(std::move(connection)) {}
 
 std::optional<QPoint> X11LensSource::pointerPixel() {
-  Display* display = connection_->display();
-  if (!display) return std::nullopt;
-  Window root = 0;
-  Window child = 0;
   int rootX = 0;
   int rootY = 0;
-  int winX = 0;
-  int winY = 0;
-  unsigned int buttons = 0;
-  const bool onScreen = XQueryPointer(display, connection_->rootWindow(), &root, &child, &rootX,
-                                      &rootY, &winX, &winY, &buttons);
+  const bool onScreen = connection_->queryPointer(rootX, rootY);
   connection_->readQueuedEvents();
   if (!onScreen) return std::nullopt;
   return QPoint(rootX, rootY);

@@ -4,9 +4,6 @@
 #include <QScreen>
 #include <cmath>
 
-// Xlib after Qt: its macros (Bool, Status, None) clash with Qt headers.
-#include <X11/Xlib.h>
-
 #include "color/x11/X11Connection.h"
 
 namespace tw::x11 {
@@ -21,17 +18,10 @@ qint64 X11PointerSource::mainDisplayPixelsHigh() {
 }
 
 QPointF X11PointerSource::mouseLocation() {
-  Display* display = connection_->display();
-  if (!display) return QPointF(0, static_cast<double>(mainDisplayPixelsHigh()));
-  Window root = 0;
-  Window child = 0;
+  if (!connection_->isOpen()) return QPointF(0, static_cast<double>(mainDisplayPixelsHigh()));
   int rootX = 0;
   int rootY = 0;
-  int winX = 0;
-  int winY = 0;
-  unsigned int buttons = 0;
-  XQueryPointer(display, connection_->rootWindow(), &root, &child, &rootX, &rootY, &winX, &winY,
-                &buttons);
+  connection_->queryPointer(rootX, rootY);
   return QPointF(rootX, static_cast<double>(mainDisplayPixelsHigh() - rootY));
 }
 

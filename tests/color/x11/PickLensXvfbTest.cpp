@@ -45,28 +45,7 @@ QPoint pointerOf(const XvfbServer& server) {
 
 // What the probe's gradient shows at root pixel (x, y).
 QString gradientLine(int x, int y) {
-  const int r = x % 256, g = y % 256, b = (x / 256) * 16 + y / 256;
-  return QStringLiteral("NEW_COLOR %1 %2 %3 %4 NewScreenColor")
-      .arg(r)
-      .arg(g)
-      .arg(b)
-      .arg(QStringLiteral("%1%2%3")
-               .arg(r, 2, 16, QLatin1Char('0'))
-               .arg(g, 2, 16, QLatin1Char('0'))
-               .arg(b, 2, 16, QLatin1Char('0'))
-               .toUpper());
-}
-
-QString colourLine(QRgb c) {
-  return QStringLiteral("NEW_COLOR %1 %2 %3 %4 NewScreenColor")
-      .arg(qRed(c))
-      .arg(qGreen(c))
-      .arg(qBlue(c))
-      .arg(QStringLiteral("%1%2%3")
-               .arg(qRed(c), 2, 16, QLatin1Char('0'))
-               .arg(qGreen(c), 2, 16, QLatin1Char('0'))
-               .arg(qBlue(c), 2, 16, QLatin1Char('0'))
-               .toUpper());
+  return testing::newColorLine(qRgb(x % 256, y % 256, (x / 256) * 16 + y / 256));
 }
 
 QString placedLine(const QRect& r) {
@@ -84,21 +63,11 @@ QRect lastPlacement(const Probe& probe) {
   return QRect(f.value(1).toInt(), f.value(2).toInt(), f.value(3).toInt(), f.value(4).toInt());
 }
 
-// The lens's window as the X server has it (xwininfo), in root pixels.
+// The lens's window as the X server has it, in root pixels.
 QRect windowOf(const XvfbServer& server, const Probe& probe) {
   const QStringList id = probe.matching(QStringLiteral("LENS_WINID"));
   if (id.isEmpty()) return {};
-  const QString info = QString::fromLocal8Bit(
-      server.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), id.last().section(' ', 1)}));
-  const auto number = [&](const char* label) {
-    return QRegularExpression(QStringLiteral("%1:\\s+(-?\\d+)").arg(QLatin1String(label)))
-        .match(info)
-        .captured(1)
-        .toInt();
-  };
-  if (!info.contains(QStringLiteral("IsViewable"))) return {};
-  return QRect(number("Absolute upper-left X"), number("Absolute upper-left Y"), number("Width"),
-               number("Height"));
+  return testing::viewableWindow(server, id.last().section(' ', 1));
 }
 
 QRect magnified(QPoint p) {
@@ -233,7 +202,8 @@ TEST_F(PickLensXvfbTest, EnterPicksThePixelUnderThePointerAsTheScreenShowsIt) {
   ASSERT_FALSE(screen.isNull()) << "xwd (x11-apps) is needed";
   key(*server_, QStringLiteral("Return"));
   ASSERT_TRUE(probe_->waitFor("NEW_COLOR")) << probe_->all().toStdString();
-  EXPECT_EQ(probe_->matching("NEW_COLOR"), QStringList{colourLine(screen.pixel(311, 261))});
+  EXPECT_EQ(probe_->matching("NEW_COLOR"),
+            QStringList{testing::newColorLine(screen.pixel(311, 261))});
   EXPECT_EQ(probe_->matching("NEW_COLOR"), QStringList{gradientLine(311, 261)});
   // Its neighbours differ: a pixel off would have shown.
   EXPECT_NE(screen.pixel(310, 261), screen.pixel(311, 261));

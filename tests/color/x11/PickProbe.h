@@ -1,8 +1,11 @@
 #pragma once
 // The screen-picking probe (screen_pick_probe.cpp) run under a test's Xvfb,
 // its output lines collected as they come.
+#include <QColor>
 #include <QDeadlineTimer>
 #include <QProcess>
+#include <QRect>
+#include <QRegularExpression>
 #include <QStringList>
 #include <ostream>
 
@@ -77,5 +80,34 @@ class Probe {
   QStringList lines_;
   qsizetype next_ = 0;
 };
+
+// The probe's line for a screen pick of colour `c`.
+inline QString newColorLine(QRgb c) {
+  return QStringLiteral("NEW_COLOR %1 %2 %3 %4 NewScreenColor")
+      .arg(qRed(c))
+      .arg(qGreen(c))
+      .arg(qBlue(c))
+      .arg(QStringLiteral("%1%2%3")
+               .arg(qRed(c), 2, 16, QLatin1Char('0'))
+               .arg(qGreen(c), 2, 16, QLatin1Char('0'))
+               .arg(qBlue(c), 2, 16, QLatin1Char('0'))
+               .toUpper());
+}
+
+// The window `id` as the X server has it (xwininfo), in root pixels; empty
+// when it is not viewable.
+inline QRect viewableWindow(const XvfbServer& server, const QString& id) {
+  const QString info =
+      QString::fromLocal8Bit(server.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), id}));
+  if (!info.contains(QStringLiteral("IsViewable"))) return {};
+  const auto number = [&](const char* label) {
+    return QRegularExpression(QStringLiteral("%1:\\s+(-?\\d+)").arg(QLatin1String(label)))
+        .match(info)
+        .captured(1)
+        .toInt();
+  };
+  return QRect(number("Absolute upper-left X"), number("Absolute upper-left Y"), number("Width"),
+               number("Height"));
+}
 
 }  // namespace tw::testing

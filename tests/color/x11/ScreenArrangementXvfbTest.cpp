@@ -69,32 +69,6 @@ std::string caseName(const ::testing::TestParamInfo<Case>& info) {
          scale.toStdString();
 }
 
-QString lineOf(QRgb c) {
-  return QStringLiteral("NEW_COLOR %1 %2 %3 %4 NewScreenColor")
-      .arg(qRed(c))
-      .arg(qGreen(c))
-      .arg(qBlue(c))
-      .arg(QStringLiteral("%1%2%3")
-               .arg(qRed(c), 2, 16, QLatin1Char('0'))
-               .arg(qGreen(c), 2, 16, QLatin1Char('0'))
-               .arg(qBlue(c), 2, 16, QLatin1Char('0'))
-               .toUpper());
-}
-
-QRect windowOf(const XvfbServer& server, const QString& id) {
-  const QString info =
-      QString::fromLocal8Bit(server.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), id}));
-  if (!info.contains(QStringLiteral("IsViewable"))) return {};
-  const auto number = [&](const char* label) {
-    return QRegularExpression(QStringLiteral("%1:\\s+(-?\\d+)").arg(QLatin1String(label)))
-        .match(info)
-        .captured(1)
-        .toInt();
-  };
-  return QRect(number("Absolute upper-left X"), number("Absolute upper-left Y"), number("Width"),
-               number("Height"));
-}
-
 class ScreenArrangementXvfbTest : public ::testing::TestWithParam<Case> {};
 
 TEST_P(ScreenArrangementXvfbTest, EveryPickIsThePixelUnderThePointerAndTheLensStaysBesideIt) {
@@ -181,7 +155,8 @@ TEST_P(ScreenArrangementXvfbTest, EveryPickIsThePixelUnderThePointerAndTheLensSt
       }
       ASSERT_TRUE(caughtUp) << where.toStdString() << ": "
                             << probe->matching("LENS_INFO").last().toStdString();
-      const QRect lens = windowOf(server, probe->matching("LENS_WINID").last().section(' ', 1));
+      const QRect lens =
+          testing::viewableWindow(server, probe->matching("LENS_WINID").last().section(' ', 1));
       ASSERT_FALSE(lens.isEmpty()) << where.toStdString();
       const QRect shownArea(p.x() - PickLens::kPixels / 2, p.y() - PickLens::kPixels / 2,
                             PickLens::kPixels, PickLens::kPixels);
@@ -203,7 +178,7 @@ TEST_P(ScreenArrangementXvfbTest, EveryPickIsThePixelUnderThePointerAndTheLensSt
       ASSERT_EQ(code, 0);
       ASSERT_TRUE(probe->waitFor("NEW_COLOR")) << where.toStdString() << "\n"
                                                << probe->all().toStdString();
-      expected << lineOf(screen.pixel(p));
+      expected << testing::newColorLine(screen.pixel(p));
       EXPECT_EQ(probe->matching("NEW_COLOR").last(), expected.last()) << where.toStdString();
     }
   }
