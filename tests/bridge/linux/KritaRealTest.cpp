@@ -19,6 +19,7 @@
 #include <QSet>
 #include <QStandardPaths>
 #include <QThread>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -194,16 +195,29 @@ class KritaSession {
   // Ctrl+Q on Krita's main window, as a user quits it; whether Krita ended
   // by itself.
   bool quit() {
-    // A Krita still setting up its window lets the first Ctrl+Q go by, so
-    // the key is pressed again while Krita runs, for up to 40 s in all.
+    // A Krita still setting up its window lets the first Ctrl+Q go by, and
+    // may unmap and map its window again meanwhile, so the key is pressed
+    // again while Krita runs, for up to 40 s in all.
+    bool pressed = false;
     bool ended = false;
-    for (int attempt = 0; attempt < 8 && !ended; ++attempt) {
+    const auto deadline = std::chrono::steady_clock::now() + 40s;
+    while (!ended && std::chrono::steady_clock::now() < deadline) {
+      if (!running()) {
+        // Gone before any key was pressed is a crash, not a quit.
+        ended = pressed;
+        break;
+      }
       const QStringList ids = windows();
-      if (ids.isEmpty() || !running()) break;
+      if (ids.isEmpty()) {
+        // A pause that keeps the process's events flowing.
+        testing::DesignAppSession::waitUntil([] { return false; }, 250ms);
+        continue;
+      }
       app_.runTool(QStringLiteral("xdotool"),
                    {QStringLiteral("windowfocus"), QStringLiteral("--sync"), ids.first()});
       app_.runTool(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--window"),
                                                ids.first(), QStringLiteral("ctrl+q")});
+      pressed = true;
       ended = testing::DesignAppSession::waitUntil([&] { return !running(); }, 5s);
     }
     kill();
