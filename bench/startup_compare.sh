@@ -17,6 +17,11 @@
 #                    and caches the answer in the root window's GDK_VISUALS;
 #                    on a desktop that has long happened before a picker starts.
 #   TIMEOUT_S=N      give up on a window after N seconds (default 30)
+#   TINTWELL_SETTINGS=TEXT
+#                    tintwell's settings file for every run (default: history
+#                    and the tray icon on, "[history]\nenabled=true\n[tray]\nshow=true\n",
+#                    the panel as a user who keeps both would start it);
+#                    an empty value starts it with no settings file.
 #
 # One run: take the time, start the program, poll every 5 ms with
 # `xdotool search --onlyvisible --name '^<its title>$'` until its main window is
@@ -65,6 +70,7 @@ tintwell=${tintwell:-${BUILD:-build}/tintwell}
 runs=${RUNS:-7}
 warmup=${WARMUP:-1}
 timeout_s=${TIMEOUT_S:-30}
+tintwell_settings=${TINTWELL_SETTINGS-'[history]\nenabled=true\n[tray]\nshow=true\n'}
 
 for tool in Xvfb xdotool g++ pkg-config; do
   command -v "$tool" > /dev/null || {
@@ -223,6 +229,10 @@ run_once() {
   home=$(mktemp -d "$work/home.XXXXXX")
   mkdir -p "$home/config" "$home/data" "$home/cache" "$home/runtime"
   chmod 700 "$home/runtime"
+  if [[ $n == tintwell && -n $tintwell_settings ]]; then
+    mkdir -p "$home/config/Orlo"
+    printf '%b' "$tintwell_settings" > "$home/config/Orlo/Tintwell.conf"
+  fi
   t0=$(now_us)
   # setsid: a process group of its own, so its children end with it.
   setsid env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 "$token" \

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QThread>
+#include <utility>
 
 #include "common/Log.h"
 #include "events/NotificationCenter.h"
@@ -13,6 +14,16 @@ AppDelegate::AppDelegate(QObject* parent) : QObject(parent) {}
 
 void AppDelegate::applicationDidFinishLaunching() {
   // All start-up work is the panel's.
+}
+
+void AppDelegate::deferLaunch(std::function<void()> launch) { launch_ = std::move(launch); }
+
+void AppDelegate::finishLaunching() {
+  if (!launch_) return;
+  // Taken out first: what it runs may ask for the launch again.
+  const std::function<void()> launch = std::exchange(launch_, nullptr);
+  launch();
+  applicationDidFinishLaunching();
 }
 
 bool AppDelegate::applicationShouldTerminateAfterLastWindowClosed() const { return true; }
@@ -28,6 +39,8 @@ void AppDelegate::applicationWillTerminate() { logLine(std::string_view("Final b
 
 void AppDelegate::terminate() {
   if (state_ != State::Running) return;
+  // The closing handshake needs the listeners the launch sets up.
+  finishLaunching();
   state_ = State::Asking;
   earlyAnswer_ = -1;
   const TerminateReply reply = applicationShouldTerminate();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -24,6 +25,12 @@ class AppDelegate : public QObject, public TerminationReply {
   explicit AppDelegate(QObject* parent = nullptr);
 
   void applicationDidFinishLaunching();
+  // Start-up work that waits for the first frame: finishLaunching() runs it
+  // once, then applicationDidFinishLaunching(). A quit request, or anything
+  // else that cannot wait, runs it first.
+  void deferLaunch(std::function<void()> launch);
+  void finishLaunching();
+  bool isLaunchPending() const { return static_cast<bool>(launch_); }
   bool applicationShouldTerminateAfterLastWindowClosed() const;
   // Prints the two lines and announces "Notification_App_Closing" (delivered
   // synchronously), then answers "later".
@@ -53,6 +60,7 @@ class AppDelegate : public QObject, public TerminationReply {
   enum class State { Running, Asking, Waiting, Ending };
   void endApplication();
 
+  std::function<void()> launch_;
   State state_ = State::Running;
   // An answer that came while the question was still being asked.
   int earlyAnswer_ = -1;

@@ -21,6 +21,9 @@ namespace tw {
 
 namespace {
 
+// Each channel of the start-up colour (#FAFAFA).
+constexpr qint64 kStartUpChannel = 250;
+
 // Runs `call` on the panel if it still exists, keeping it from going meanwhile.
 template <typename Gate, typename Call>
 NotificationCenter::Handler toPanel(const std::shared_ptr<Gate>& gate, Call call) {
@@ -333,9 +336,16 @@ void PanelLogic::showColorTexts(qint64 red, qint64 green, qint64 blue) {
 void PanelLogic::appear() {
   prepareTelemetry();
   postingStartUpColor = true;
-  postNewColor(250, 250, 250);
+  postNewColor(kStartUpChannel, kStartUpChannel, kStartUpChannel);
   postingStartUpColor = false;
-  showColorTexts(250, 250, 250);
+  showColorTexts(kStartUpChannel, kStartUpChannel, kStartUpChannel);
+}
+
+void PanelLogic::showFirstFrame() {
+  showLinkState();
+  // As appear() will show it, so the frame does not change when it does.
+  view_.showColor(ColorStruct::fromChannels(kStartUpChannel, kStartUpChannel, kStartUpChannel));
+  showColorTexts(kStartUpChannel, kStartUpChannel, kStartUpChannel);
 }
 
 void PanelLogic::viewDidDisappear() {

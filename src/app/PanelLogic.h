@@ -87,6 +87,9 @@ class PanelLogic : public QObject {
   // The appear sequence's work that does not need a window: telemetry, then
   // the start-up colour 250, 250, 250 posted and its texts shown.
   void appear();
+  // Shows the link state and the start-up colour without posting anything,
+  // for a first frame drawn before viewDidLoad() and appear().
+  void showFirstFrame();
   // Prints "viewDidDisappear!" and stops the stored battery timer.
   void viewDidDisappear();
   // The telemetry side of arming a screen pick: the next colour counts as a

@@ -2,7 +2,6 @@
 
 #include <QApplication>
 #include <QIcon>
-#include <QTimer>
 #include <cstdio>
 
 #include "app/AppDelegate.h"
@@ -61,12 +60,16 @@ int runDesktopApplication(int argc, char** argv) {
 
   auto* panel = new ViewController_plus(delegate, desktopPanelParts());
   PanelWindow window(delegate, panel);
-  panel->viewDidLoad();
-  window.show();
-  // The window list's icon can follow the first paint.
-  QTimer::singleShot(
-      0, &app, [] { QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell")))); });
-  delegate.applicationDidFinishLaunching();
+  // The panel is on the screen first; everything that does not draw it (the
+  // pen link's bus calls, the script files, the history, the tray,
+  // telemetry) follows its first frame, in the same order as ever.
+  delegate.deferLaunch([panel] {
+    panel->viewDidLoad();
+    panel->viewWillAppear();
+    // The window list's icon too.
+    QApplication::setWindowIcon(QIcon(namedPixmap(QStringLiteral("tintwell"))));
+  });
+  window.showFirstFrame();
   return QApplication::exec();
 }
 

@@ -1,11 +1,13 @@
 #include "app/desktop/PanelWindow.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QPointer>
 #include <QShowEvent>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <QWindow>
 
 #include "app/AppDelegate.h"
 #include "app/desktop/TrayIcon.h"
@@ -114,9 +116,54 @@ void PanelWindow::returnAfterCancelledPick() {
 
 void PanelWindow::showEvent(QShowEvent* event) {
   // Restoring from the taskbar, or putting the panel on the screen after a
-  // pick, is not a new appearance.
-  if (!event->spontaneous() && !revealing_) content_->viewWillAppear();
+  // pick, is not a new appearance. The first one, while the launch waits for
+  // the first frame, is the launch's.
+  if (!event->spontaneous() && !revealing_ && !delegate_.isLaunchPending())
+    content_->viewWillAppear();
   QWidget::showEvent(event);
+}
+
+void PanelWindow::showFirstFrame() {
+  content_->prepareFirstFrame();
+  create();
+  windowHandle()->installEventFilter(this);
+  qApp->installEventFilter(this);
+  show();
+  // A window that is never exposed (mapped on a hidden workspace, say) must
+  // not hold the pen link and telemetry back for long.
+  QTimer::singleShot(1000, this, &PanelWindow::finishLaunching);
+}
+
+void PanelWindow::finishLaunching() {
+  qApp->removeEventFilter(this);
+  if (QWindow* handle = windowHandle()) handle->removeEventFilter(this);
+  delegate_.finishLaunching();
+}
+
+bool PanelWindow::eventFilter(QObject* watched, QEvent* event) {
+  if (!delegate_.isLaunchPending()) return QWidget::eventFilter(watched, event);
+  if (watched == windowHandle() && event->type() == QEvent::Expose) {
+    // The window paints and flushes as this event is handled; the launch
+    // follows once it has been.
+    if (windowHandle()->isExposed()) QTimer::singleShot(0, this, &PanelWindow::finishLaunching);
+    return false;
+  }
+  switch (event->type()) {
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonDblClick:
+    case QEvent::KeyPress:
+    case QEvent::ShortcutOverride:
+    case QEvent::Wheel:
+    case QEvent::ContextMenu:
+    case QEvent::DragEnter:
+    case QEvent::Close:
+      // The user got there first: start now, then handle it.
+      if (event->spontaneous()) finishLaunching();
+      break;
+    default:
+      break;
+  }
+  return false;
 }
 
 void PanelWindow::closeEvent(QCloseEvent* event) {

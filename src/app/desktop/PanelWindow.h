@@ -13,6 +13,9 @@ class ViewController_plus;
 // closed it for a screen pick, quits the application through the delegate's
 // handshake (closing the last window quits). Ctrl+Q quits the same way.
 //
+// At start the window can go on the screen before the start-up work: see
+// showFirstFrame().
+//
 // After a screen pick the panel comes back (and runs its appear sequence) as
 // the click is handled, but stays off the screen until the picked pixel has
 // been read: otherwise a click where the panel had stood would read the panel.
@@ -34,11 +37,20 @@ class PanelWindow : public QWidget {
 
   void setVisible(bool visible) override;
 
+  // Shows the panel with the start-up colour already drawn and, once that
+  // first frame is on the screen, finishes the delegate's deferred launch
+  // (which runs the appear sequence). Input that comes before it finishes the
+  // launch first and is then handled as usual.
+  void showFirstFrame();
+
  protected:
   void showEvent(QShowEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
+  void finishLaunching();
+
   AppDelegate& delegate_;
   ViewController_plus* content_;
   bool closingForScreenPick_ = false;

@@ -331,12 +331,20 @@ void ViewController_plus::viewWillAppear() {
   if (QWindow* handle = panelWindow->windowHandle())
     handle->setFlag(Qt::WindowStaysOnTopHint, true);
 
+  fillBackground();
+  logic_->appear();
+}
+
+void ViewController_plus::fillBackground() {
   QPalette palette = this->palette();
   palette.setColor(QPalette::Window, backgroundColor());
   setPalette(palette);
   setAutoFillBackground(true);
+}
 
-  logic_->appear();
+void ViewController_plus::prepareFirstFrame() {
+  fillBackground();
+  logic_->showFirstFrame();
 }
 
 void ViewController_plus::viewDidDisappear() { logic_->viewDidDisappear(); }

@@ -43,6 +43,9 @@ class ViewController_plus : public QWidget, public PanelView {
   // telemetry and the start-up colour. Needs a window.
   void viewWillAppear();
   void viewDidAppear() {}
+  // Draws what the first frame shows before any of that work has run: the
+  // background, the link as it stands and the start-up colour's texts.
+  void prepareFirstFrame();
   // Prints "viewDidDisappear!" and stops the stored battery timer.
   void viewDidDisappear();
 
@@ -154,6 +157,7 @@ class ViewController_plus : public QWidget, public PanelView {
   void preferencesChanged();
 
  private:
+  void fillBackground();
   void buildLayout();
   QPixmap imageNamed(const QString& name) const;
   // The magnifier for the pick just armed, when the option is on.

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QImage>
 #include <QLineEdit>
 #include <QProcess>
+#include <functional>
 #include <memory>
 
 #include "app/AppDelegate.h"
@@ -15,9 +17,11 @@
 #include "app/desktop/ViewController_plus.h"
 #include "tests/support/BridgeSandbox.h"
 #include "tests/support/LineProcess.h"
+#include "tests/support/LogCapture.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/TestMain.h"
 #include "tests/support/XvfbServer.h"
+#include "tests/support/XwdScreenshot.h"
 
 namespace tw {
 namespace {
@@ -201,6 +205,94 @@ TEST_F(PanelXvfbTest, TheCrownDraggedIntoAnotherApplicationDropsTheColourAndItsH
       << target.transcript().toStdString();
   waitFor([&] { return hand.state() == QProcess::NotRunning; }, 10000);
   EXPECT_TRUE(target.finish(5000));
+}
+
+// The window's pixels as the X server holds them, read from outside.
+QImage windowOnScreen(const testing::XvfbServer& server, const QWidget& window) {
+  const QImage screen = testing::xwdScreenshot(server);
+  return screen.isNull() ? QImage() : screen.copy(window.geometry());
+}
+
+// The launch the desktop application defers until its first frame.
+void deferTheLaunch(PanelOnScreen& shown, const std::function<void()>& before = {}) {
+  shown.delegate.deferLaunch([&shown, before] {
+    if (before) before();
+    shown.panel->viewDidLoad();
+    shown.panel->viewWillAppear();
+  });
+}
+
+TEST_F(PanelXvfbTest, TheFirstFrameIsOnTheScreenBeforeTheStartUpWorkAndDoesNotChangeWhenItRuns) {
+  testing::LogCapture log;
+  PanelOnScreen shown;
+  bool launched = false;
+  bool mappedAtLaunch = false;
+  QString hexAtLaunch;
+  QStringList linesAtLaunch;
+  QImage firstFrame;
+  deferTheLaunch(shown, [&] {
+    launched = true;
+    mappedAtLaunch = panelMapped();
+    hexAtLaunch = shown.panel->hexInfo->text();
+    linesAtLaunch = log.lines();
+    firstFrame = windowOnScreen(*server_, shown.window);
+  });
+  shown.window.showFirstFrame();
+  EXPECT_TRUE(shown.delegate.isLaunchPending());
+  ASSERT_TRUE(waitFor([&] { return launched; }));
+  EXPECT_TRUE(mappedAtLaunch);
+  EXPECT_EQ(hexAtLaunch, "#FAFAFA");
+  // Neither the pen link nor the start-up colour had started.
+  EXPECT_FALSE(linesAtLaunch.contains(QStringLiteral("init CoreQuilla ")))
+      << linesAtLaunch.join(u'\n').toStdString();
+  EXPECT_FALSE(linesAtLaunch.contains(QStringLiteral("FAFAFA")));
+
+  // Then the start-up runs as ever, and the panel looks as it did.
+  ASSERT_TRUE(log.waitForLine(QStringLiteral("FAFAFA")));
+  EXPECT_TRUE(log.inOrder({QStringLiteral("init CoreQuilla "), QStringLiteral("FAFAFA")}));
+  EXPECT_EQ(shown.panel->logic().apiLogger().colorRecord()->read().colors_screen, "");
+  testing::settle();
+  ASSERT_FALSE(firstFrame.isNull()) << "xwd could not read the screen";
+  EXPECT_EQ(windowOnScreen(*server_, shown.window), firstFrame);
+  // It was the panel, not an empty window: its background and the crown in #FAFAFA.
+  bool background = false;
+  bool startUpColour = false;
+  for (int y = 0; y < firstFrame.height(); ++y) {
+    for (int x = 0; x < firstFrame.width(); ++x) {
+      const QRgb pixel = firstFrame.pixel(x, y) & 0xFFFFFF;
+      background |= pixel == (ViewController_plus::backgroundColor().rgb() & 0xFFFFFF);
+      startUpColour |= pixel == 0xFAFAFA;
+    }
+  }
+  EXPECT_TRUE(background);
+  EXPECT_TRUE(startUpColour);
+}
+
+TEST_F(PanelXvfbTest, AQuitBeforeTheFirstFrameRunsTheStartUpFirstAndEndsThroughTheHandshake) {
+  testing::LogCapture log;
+  PanelOnScreen shown;
+  deferTheLaunch(shown);
+  bool ended = false;
+  QObject::connect(&shown.delegate, &AppDelegate::terminated, [&] { ended = true; });
+  shown.window.showFirstFrame();
+  shown.delegate.terminate();
+  EXPECT_FALSE(shown.delegate.isLaunchPending());
+  ASSERT_TRUE(waitFor([&] { return ended; }, 15000)) << log.text().toStdString();
+  EXPECT_TRUE(log.inOrder({QStringLiteral("init CoreQuilla "), QStringLiteral("FAFAFA"),
+                           QStringLiteral("i am in applicationShouldTerminate ~"),
+                           QStringLiteral("sending data"), QStringLiteral("Final bye bye ~")}))
+      << log.text().toStdString();
+}
+
+TEST_F(PanelXvfbTest, APanelThatIsNeverExposedStillStarts) {
+  testing::LogCapture log;
+  PanelOnScreen shown;
+  shown.window.setAttribute(Qt::WA_DontShowOnScreen, true);
+  deferTheLaunch(shown);
+  shown.window.showFirstFrame();
+  ASSERT_TRUE(log.waitForLine(QStringLiteral("FAFAFA"), 1, 10000)) << log.text().toStdString();
+  EXPECT_FALSE(shown.delegate.isLaunchPending());
+  EXPECT_FALSE(panelMapped());
 }
 
 }  // namespace
