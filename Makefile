@@ -16,7 +16,7 @@ WERROR_FLAGS := $(if $(filter true,$(CI)),-DTINTWELL_WERROR=ON)
 # Debian 12 packages the build, the tests and the tools need.
 DEB_PACKAGES := cmake ninja-build g++ pkg-config clang-format \
   qt6-base-dev qt6-base-dev-tools libgtest-dev libgmock-dev libbenchmark-dev \
-  dbus python3-dbus python3-gi xvfb xdotool xclip x11-utils x11-xserver-utils libxi-dev libxcb-xinput-dev libx11-dev libfontconfig-dev \
+  dbus python3-dbus python3-gi xvfb xdotool xclip x11-utils x11-xserver-utils trayer libxi-dev libxcb-xinput-dev libx11-dev libfontconfig-dev \
   openssl ca-certificates iproute2 bc desktop-file-utils appstream xcompmgr \
   man-db groff-base dpkg-dev debootstrap mount lintian
 # The colour history: Qt's SQLite driver (a plug-in), SQLite's headers (the
