@@ -4,10 +4,13 @@
 // panel's texts are read from its widgets; clicks come from xdotool.
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QApplication>
 #include <QImage>
 #include <QLineEdit>
+#include <QMenu>
 #include <QProcess>
+#include <QTimer>
 #include <functional>
 #include <memory>
 
@@ -205,6 +208,40 @@ TEST_F(PanelXvfbTest, TheCrownDraggedIntoAnotherApplicationDropsTheColourAndItsH
       << target.transcript().toStdString();
   waitFor([&] { return hand.state() == QProcess::NotRunning; }, 10000);
   EXPECT_TRUE(target.finish(5000));
+}
+
+// The real Menu key from the X server (XTest, through xdotool) on the focused
+// dropper button opens the panel's menu with its actions.
+TEST_F(PanelXvfbTest, TheMenuKeyFromTheKeyboardOpensThePanelsActions) {
+  PanelOnScreen shown;
+  showAndSettle(shown);
+  const QString window = QString::number(shown.window.winId());
+  QProcess focus;
+  startXdotool(focus, {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
+  ASSERT_TRUE(waitFor([&] { return focus.state() == QProcess::NotRunning; }));
+  shown.panel->dropperBtn->setFocus(Qt::TabFocusReason);
+  ASSERT_TRUE(waitFor([&] { return shown.panel->dropperBtn->hasFocus(); }));
+
+  // The menu runs a loop of its own: a timer inside it reads and closes it.
+  QStringList shownActions;
+  QTimer reader;
+  reader.setInterval(20);
+  QObject::connect(&reader, &QTimer::timeout, [&] {
+    auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+    if (!menu || !shownActions.isEmpty()) return;
+    for (QAction* action : menu->actions())
+      if (!action->isSeparator()) shownActions << action->text();
+    menu->close();
+  });
+  reader.start();
+  QProcess key;
+  startXdotool(key, {QStringLiteral("key"), QStringLiteral("Menu")});
+  ASSERT_TRUE(waitFor([&] { return !shownActions.isEmpty(); }));
+  key.waitForFinished();
+  EXPECT_TRUE(shownActions.contains(QStringLiteral("Reconnect")))
+      << shownActions.join(u',').toStdString();
+  EXPECT_TRUE(shownActions.contains(QStringLiteral("Pick from Screen")));
+  EXPECT_TRUE(shownActions.contains(QStringLiteral("Quit")));
 }
 
 // The window's pixels as the X server holds them, read from outside.
