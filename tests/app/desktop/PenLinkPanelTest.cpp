@@ -110,7 +110,10 @@ class PenLinkPanelTest : public ::testing::Test {
     fake_->clearCalls();
     fake_->call(QStringLiteral("Disconnect"), {kA});
     ASSERT_TRUE(tipBecomes(QStringLiteral("Pen disconnected")));
-    ASSERT_EQ(image(), QStringLiteral("BT off"));
+    // The sign's image follows the disconnection notice, which reaches the
+    // main thread on its own way: it may come a moment after the words.
+    ASSERT_TRUE(waitFor([&] { return image() == QLatin1String("BT off"); }))
+        << image().toStdString();
   }
   QAction* reconnectAction() const {
     return window_->findChild<QAction*>(QStringLiteral("reconnectAction"));
