@@ -52,7 +52,7 @@ int runDesktopApplication(int argc, char** argv) {
     return 1;
   }
   // Fontconfig's configuration and font list, which the panel's first text
-  // needs and which are a third of the start's work, load on a thread of
+  // needs and which are about a quarter of the start's work, load on a thread of
   // their own while QApplication connects to the display.
   std::thread fonts([] { FcInit(); });
   QApplication app(argc, argv);
