@@ -154,6 +154,8 @@ class HistoryStore::Worker {
   bool removeRows(const std::vector<qint64>& ids);
   qint64 insertRows(const std::vector<Entry>& entries);
   qint64 readPageCacheBytes();
+  // SQLite's own handle under Qt's connection; null while none is open.
+  sqlite3* rawConnection() const;
 
  private:
   struct Pending {
@@ -617,11 +619,15 @@ std::vector<Entry> HistoryStore::Worker::readLatest(int count) {
   return entries;
 }
 
-qint64 HistoryStore::Worker::readPageCacheBytes() {
-  if (!db_) return 0;
+sqlite3* HistoryStore::Worker::rawConnection() const {
+  if (!db_) return nullptr;
   const QVariant handle = db_->driver()->handle();
-  if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) return 0;
-  sqlite3* const connection = *static_cast<sqlite3* const*>(handle.constData());
+  if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) return nullptr;
+  return *static_cast<sqlite3* const*>(handle.constData());
+}
+
+qint64 HistoryStore::Worker::readPageCacheBytes() {
+  sqlite3* const connection = rawConnection();
   if (connection == nullptr) return 0;
   int used = 0;
   int highWater = 0;
@@ -631,9 +637,7 @@ qint64 HistoryStore::Worker::readPageCacheBytes() {
 }
 
 std::optional<std::vector<Entry>> HistoryStore::Worker::readAllDirectly() {
-  const QVariant handle = db_->driver()->handle();
-  if (!handle.isValid() || qstrcmp(handle.typeName(), "sqlite3*") != 0) return std::nullopt;
-  sqlite3* const connection = *static_cast<sqlite3* const*>(handle.constData());
+  sqlite3* const connection = rawConnection();
   if (connection == nullptr) return std::nullopt;
 
   std::vector<Entry> entries;
