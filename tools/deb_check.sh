@@ -161,6 +161,14 @@ done
 in_chroot ldconfig -p | grep 'libssl\.so\.3 ' >/dev/null || fail "libssl.so.3 (for the TLS backend) is missing"
 [ -s "$root/etc/ssl/certs/ca-certificates.crt" ] || fail "the CA store is missing"
 if in_chroot ldd /usr/bin/tintwell | grep 'not found'; then fail "tintwell lacks libraries"; fi
+if in_chroot ldd /usr/libexec/tintwell/tintwell-post | grep 'not found'; then
+  fail "the post helper lacks libraries"
+fi
+# The post helper runs there: given no request it says so and exits with 2.
+status=0
+in_chroot /usr/libexec/tintwell/tintwell-post </dev/null 2>"$work/post.err" || status=$?
+[ "$status" = 2 ] && grep -q 'holds no request' "$work/post.err" ||
+  fail "the post helper does not run (status $status): $(cat "$work/post.err")"
 echo "deb_check: package contents, plugins, OpenSSL and CA store checked in $(seconds_since "$step") s"
 
 # 5. The panel starts on an X display with the xcb plugin and the fonts of the

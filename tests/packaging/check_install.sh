@@ -3,7 +3,7 @@
 # package, and checks that a desktop would find the application: the binary,
 # the launcher entry (valid, pointing at the binary and the icon), the icons
 # and the AppStream metadata (valid), the manual page (rendering without
-# warnings), and nothing else: test and tool programs stay out of the install.
+# warnings), the post helper, and nothing else: test and tool programs stay out of the install.
 #   check_install.sh BUILD_DIR VERSION
 set -euo pipefail
 build=$1
@@ -55,4 +55,8 @@ zcat "$manpage" | grep -q "^\.TH TINTWELL 1 .* \"Tintwell $expected_version\"" |
 # The installed binary runs from the prefix, as the launcher would start it.
 version=$(PATH="$prefix/bin:$PATH" tintwell --version)
 [ "$version" = "tintwell $expected_version" ] || fail "unexpected version line: $version"
+# The post helper is installed in the libexec folder, and runs from there.
+status=0
+"$prefix/libexec/tintwell/tintwell-post" </dev/null 2>/dev/null || status=$?
+[ "$status" = 2 ] || fail "the installed post helper does not run (exit status $status)"
 echo "check_install: ok"

@@ -41,7 +41,7 @@ int runListenCommand(int argc, char** argv) {
                    PanelParts{pen::platformCentralFactory(),
                               defaultHostDescription(),
                               std::make_shared<StderrAlertPresenter>(),
-                              std::make_shared<NetworkUsageTransport>(),
+                              makeUsageTransport(),
                               {},
                               nativeDesignHosts,
                               openDefaultHistory});

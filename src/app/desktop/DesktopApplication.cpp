@@ -24,7 +24,7 @@ PanelParts desktopPanelParts() {
   return PanelParts{pen::platformCentralFactory(),
                     defaultHostDescription(),
                     std::make_shared<MessageBoxAlertPresenter>(),
-                    std::make_shared<NetworkUsageTransport>(),
+                    makeUsageTransport(),
                     [] { return std::make_unique<ColorHelper>(); },
                     nativeDesignHosts,
                     openDefaultHistory};

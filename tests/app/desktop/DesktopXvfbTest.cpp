@@ -17,6 +17,7 @@
 
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/ChildProcesses.h"
 #include "tests/support/LineProcess.h"
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/XvfbServer.h"
@@ -357,6 +358,13 @@ TEST_F(DesktopXvfbTest, QuittingWaitsWhileThePostsHang) {
             {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window});
   xvfb_.run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("ctrl+q")});
   ASSERT_TRUE(server.waitForRequests(2));
+  // Both posts are out in post helpers of their own; the TLS library never
+  // loads in the panel's process.
+  const qint64 pid = desktop->process().processId();
+  EXPECT_EQ(testing::childProcesses(pid, "tintwell-post").size(), 2);
+  QFile maps(QStringLiteral("/proc/%1/maps").arg(pid));
+  ASSERT_TRUE(maps.open(QIODevice::ReadOnly));
+  EXPECT_FALSE(maps.readAll().contains("libcrypto.so"));
   // The 60 s time-out is 6 s here: still running well before it.
   EXPECT_FALSE(desktop->finish(2000));
   EXPECT_EQ(desktop->count(QStringLiteral("Final bye bye ~")), 0);
