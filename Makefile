@@ -159,6 +159,12 @@ pick-bench: build
 	./$(BUILD)/bench/pick_latency --picks 40 --compositor | grep '^click ->'
 	./$(BUILD)/bench/pick_latency --lens 5 | grep '^magnifier'
 
+.PHONY: post-bench
+# One usage post through the post helper and in-process, interleaved.
+post-bench: build
+	./$(BUILD)/bench/post_latency --posts 40
+	$(SUDO) ./$(BUILD)/bench/post_latency --posts 40 --system-store
+
 .PHONY: history-bench
 history-bench: build
 	./$(BUILD)/bench/history_window_bench && ./$(BUILD)/bench/history_bench
