@@ -56,7 +56,7 @@ std::optional<UsageRequest> decodeUsageRequest(const QByteArray& text) {
   request.method = *method;
   request.body = *body;
   request.timeoutMs = timeout.toInt();
-  for (const QJsonValue& header : headers.toArray()) {
+  for (const QJsonValue header : headers.toArray()) {
     const QJsonArray pair = header.toArray();
     const auto name = bytesFrom(pair.at(0));
     const auto value = bytesFrom(pair.at(1));

@@ -33,7 +33,7 @@ HelperUsageTransport::HelperUsageTransport(QString helper, Factory fallback)
 HelperUsageTransport::~HelperUsageTransport() { context_.reset(); }
 
 QString HelperUsageTransport::findHelper() {
-  const QString named = qEnvironmentVariable("TINTWELL_POST_HELPER");
+  QString named = qEnvironmentVariable("TINTWELL_POST_HELPER");
   if (!named.isEmpty()) return named;
   const QString here = QCoreApplication::applicationDirPath();
   QString found = executableAt(here + QStringLiteral("/tintwell-post"));
