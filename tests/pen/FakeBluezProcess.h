@@ -57,6 +57,13 @@ class FakeBluez {
     return call(QStringLiteral("SendColor"), {address, packet}).arguments().value(0).toBool();
   }
   QStringList calls() { return call(QStringLiteral("Calls")).arguments().value(0).toStringList(); }
+  // When each of calls() came, in milliseconds of a monotonic clock.
+  QList<qint64> callTimes() {
+    QList<qint64> times;
+    for (const QString& t : call(QStringLiteral("CallTimes")).arguments().value(0).toStringList())
+      times << t.toLongLong();
+    return times;
+  }
   void clearCalls() { call(QStringLiteral("ClearCalls")); }
 
  private:

@@ -232,6 +232,52 @@ TEST_F(PenLinkPanelTest, WithTheOptionOnTheDisconnectedPenIsConnectedAgainByItse
   EXPECT_TRUE(tipBecomes(QStringLiteral("Pen connected"))) << tip().toStdString();
 }
 
+// The waits between failed automatic attempts double from the back-off's
+// first (1 s of the link's time) to its longest (60 s) and stay there; once
+// the pen is connected again, the next disconnection starts at the first.
+TEST_F(PenLinkPanelTest, FailedAutomaticAttemptsBackOffToAMinuteAndStartOverAfterAConnection) {
+  preferences_.setReconnectAutomatically(true);
+  connectPen();
+  fake_->call(QStringLiteral("SetConnectMode"), {kA, QStringLiteral("fail")});
+  disconnectPen();
+  // The attempts come 1, 3, 7, 15, 31, 63, 123 and 183 s after the
+  // disconnection: 7.3 s here.
+  const QList<double> waits{2, 4, 8, 16, 32, 60, 60};
+  const auto attemptTimes = [&] {
+    QList<qint64> times;
+    const QStringList calls = fake_->calls();
+    const QList<qint64> when = fake_->callTimes();
+    for (qsizetype i = 0; i < calls.size() && i < when.size(); ++i)
+      if (calls.at(i) == kConnectA) times << when.at(i);
+    return times;
+  };
+  ASSERT_TRUE(waitFor([&] { return attemptTimes().size() >= waits.size() + 1; }, 30000))
+      << attemptTimes().size();
+  const QList<qint64> times = attemptTimes();
+  ASSERT_EQ(times.size(), waits.size() + 1) << "more attempts than the back-off allows";
+  // A second of the link's time is 40 ms. A coarse timer may fire up to 5 %
+  // early, and the calls' way to the fake may be late by a little, making the
+  // next gap shorter.
+  for (qsizetype i = 0; i < waits.size(); ++i) {
+    const qint64 gap = times.at(i + 1) - times.at(i);
+    EXPECT_GE(gap, static_cast<qint64>(waits.at(i) * 40 * 0.95) - 40) << "wait " << i;
+  }
+  // Held at a minute: doubling on would make the last wait two.
+  EXPECT_LT(times.last() - times.at(times.size() - 2), 90 * 40);
+
+  // The pen answers again: the next attempt, a minute later, connects it.
+  fake_->call(QStringLiteral("SetConnectMode"), {kA, QStringLiteral("ok")});
+  ASSERT_TRUE(tipBecomes(QStringLiteral("Pen connected"), 10000)) << tip().toStdString();
+  spin(200);
+  QElapsedTimer clock;
+  clock.start();
+  disconnectPen();
+  ASSERT_TRUE(waitFor([&] { return !attemptTimes().isEmpty(); }, 10000));
+  // The first wait again (40 ms), not the minute the back-off had reached.
+  EXPECT_LT(clock.elapsed(), 30 * 40);
+  EXPECT_TRUE(tipBecomes(QStringLiteral("Pen connected"))) << tip().toStdString();
+}
+
 TEST_F(PenLinkPanelTest, TurningTheOptionOffStopsTheAttempts) {
   preferences_.setReconnectAutomatically(true);
   connectPen();

@@ -20,7 +20,9 @@
 //   SendColor(s address, ay packet) -> b      a notification, if notifying
 //   SendBurst(s address, u count, u intervalUs)   stamped packets (see below)
 //   SetBattery(s address, y level)            Disconnect(s address)
+//   SetConnectMode(s address, s mode)         how its Connect answers from now on
 //   Calls() -> as, ClearCalls()               the client's calls, in order
+//   CallTimes() -> as                         when each of them came (ms, monotonic, decimal)
 //   ReleaseBluez(), AcquireBluez()            org.bluez leaves / returns
 //   Malformed(s kind): "managed-objects" or "read" or "connect" (the next such
 //     reply is malformed), "signals" (a burst of malformed signals now)
@@ -169,7 +171,10 @@ class FakeBluez : public QDBusVirtualObject {
     return a;
   }
   // --- plumbing ---
-  void record(const QString& call) { calls_.append(call); }
+  void record(const QString& call) {
+    calls_.append(call);
+    callTimes_.append(clock_.elapsed());
+  }
   void reply(const QDBusMessage& m, const QVariantList& args = {}) {
     bus_.send(m.createReply(args));
   }
@@ -748,10 +753,19 @@ class FakeBluez : public QDBusVirtualObject {
     } else if (member == QLatin1String("Disconnect")) {
       if (Device* d = deviceByAddress(a.value(0).toString())) disconnectDevice(*d);
       reply(m);
+    } else if (member == QLatin1String("SetConnectMode")) {
+      if (Device* d = deviceByAddress(a.value(0).toString()))
+        d->connectMode = a.value(1).toString();
+      reply(m);
     } else if (member == QLatin1String("Calls")) {
       reply(m, {calls_});
+    } else if (member == QLatin1String("CallTimes")) {
+      QStringList times;
+      for (const qint64 t : callTimes_) times << QString::number(t);
+      reply(m, {times});
     } else if (member == QLatin1String("ClearCalls")) {
       calls_.clear();
+      callTimes_.clear();
       reply(m);
     } else if (member == QLatin1String("ReleaseBluez")) {
       reply(m);
@@ -778,6 +792,12 @@ class FakeBluez : public QDBusVirtualObject {
   QMap<QString, Adapter> adapters_;
   QList<Device> devices_;
   QStringList calls_;
+  QList<qint64> callTimes_;  // parallel to calls_
+  QElapsedTimer clock_ = [] {
+    QElapsedTimer started;
+    started.start();
+    return started;
+  }();
   bool malformedObjects_ = false;
   bool malformedRead_ = false;
   bool malformedConnect_ = false;
