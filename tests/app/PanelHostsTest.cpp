@@ -15,6 +15,7 @@
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
 #include "tests/support/DesignAppSession.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/XvfbServer.h"
@@ -46,10 +47,7 @@ class NoAnswer : public TerminationReply {
   void replyToApplicationShouldTerminate(bool) override {}
 };
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 class PanelInkscapeTest : public ::testing::Test {
  protected:

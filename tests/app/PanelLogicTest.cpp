@@ -26,6 +26,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/QtWait.h"
 
 #include "tests/support/LogCapture.h"
@@ -84,12 +85,7 @@ class NoAnswer : public TerminationReply {
   void replyToApplicationShouldTerminate(bool) override {}
 };
 
-// Counts requests and never answers: these tests never reach a send.
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override { ++posts; }
-  std::atomic<int> posts{0};
-};
+using testing::IdleTransport;
 
 class PanelLogicTest : public ::testing::Test {
  protected:

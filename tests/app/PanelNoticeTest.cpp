@@ -11,6 +11,7 @@
 #include "app/PanelLogic.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtWait.h"
 
@@ -70,10 +71,7 @@ class NoAnswer : public TerminationReply {
   void replyToApplicationShouldTerminate(bool) override {}
 };
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 class PanelNoticeTest : public ::testing::Test {
  protected:

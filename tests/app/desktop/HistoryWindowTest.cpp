@@ -34,6 +34,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/TestMain.h"
@@ -43,10 +44,7 @@ namespace {
 
 using testing::waitFor;
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 // Takes every colour and keeps it.
 class RecordingHost : public DesignHost {

@@ -32,6 +32,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/TestMain.h"
 
@@ -40,10 +41,7 @@ namespace {
 
 using testing::waitFor;
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 void pressKey(QWidget* widget, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
   QKeyEvent press(QEvent::KeyPress, key, modifiers);

@@ -22,6 +22,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -51,10 +52,7 @@ testing::PrivateBus& systemBus() {
   return bus;
 }
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 QVariantMap systemPen() { return QVariantMap{{QStringLiteral("connected"), true}}; }
 

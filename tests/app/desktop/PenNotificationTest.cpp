@@ -21,6 +21,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -104,10 +105,7 @@ class NotificationService : public QDBusVirtualObject {
   QList<QVariantList> calls_;
 };
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 const QString kLow20 = QStringLiteral("Pen battery low|The pen's battery is at %1 %.");
 const QString kLow10 =

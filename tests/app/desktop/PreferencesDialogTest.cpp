@@ -29,6 +29,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/TestMain.h"
@@ -41,11 +42,7 @@ using testing::waitFor;
 const QString kPhotoshop =
     QStringLiteral(R"(C:\Program Files\Adobe\Adobe Photoshop 2021\Photoshop.exe)");
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override { ++posts; }
-  std::atomic<int> posts{0};
-};
+using testing::IdleTransport;
 
 // Takes every colour and keeps it.
 class RecordingHost : public DesignHost {

@@ -29,6 +29,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -93,10 +94,7 @@ TW_BEFORE_APPLICATION([] {
   qunsetenv("XDG_SESSION_TYPE");
 });
 
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override {}
-};
+using testing::IdleTransport;
 
 // One property of the item, asked the way a tray asks, while this process's
 // loop keeps serving the item.

@@ -37,6 +37,7 @@
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
+#include "tests/support/IdleTransport.h"
 #include "tests/support/NetworkNamespace.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -56,12 +57,7 @@ TW_BEFORE_APPLICATION([] { qputenv("TINTWELL_TIME_SCALE", "0.01"); });
 using testing::spin;
 using testing::waitFor;
 
-// Counts requests and never answers: these tests never reach a send.
-class IdleTransport : public UsageTransport {
- public:
-  void post(const UsageRequest&, Completion) override { ++posts; }
-  std::atomic<int> posts{0};
-};
+using testing::IdleTransport;
 
 // The colour of the crown's middle pixel, where the drawing is opaque.
 QColor crownCentre(const QPixmap& pixmap) {
