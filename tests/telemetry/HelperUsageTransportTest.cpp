@@ -168,10 +168,31 @@ TEST_F(HelperUsageTransportTest, AnUnreadableCaFileStopsTheApplicationAsAPostMad
       "^tintwell: fatal: the telemetry CA file cannot be read\n$");
 }
 
+// Qt's own messages (qWarning and the like) while this lives.
+class QtMessages {
+ public:
+  QtMessages() : previous_(qInstallMessageHandler(&QtMessages::keep)) { current_ = this; }
+  ~QtMessages() {
+    qInstallMessageHandler(previous_);
+    current_ = nullptr;
+  }
+  QtMessages(const QtMessages&) = delete;
+  QtMessages& operator=(const QtMessages&) = delete;
+  QStringList texts;
+
+ private:
+  static void keep(QtMsgType, const QMessageLogContext&, const QString& text) {
+    if (current_ != nullptr) current_->texts.append(text);
+  }
+  static inline QtMessages* current_ = nullptr;
+  QtMessageHandler previous_;
+};
+
 TEST_F(HelperUsageTransportTest, ATransportEndedWhileItsHelperRunsNeverCompletesAndLeavesNoHelper) {
   server.command(QStringLiteral("set * hang"));
   bool done = false;
   qint64 pid = 0;
+  QtMessages messages;
   {
     HelperUsageTransport transport = withHelper(QStringLiteral(TW_POST_HELPER));
     transport.post(request(), [&](auto, auto, auto) { done = true; });
@@ -180,6 +201,8 @@ TEST_F(HelperUsageTransportTest, ATransportEndedWhileItsHelperRunsNeverCompletes
     ASSERT_EQ(helpers.size(), 1);
     pid = helpers.front();
   }
+  // Ended quietly: no "QProcess: Destroyed while process ... is still running".
+  EXPECT_TRUE(messages.texts.isEmpty()) << messages.texts.join(u'\n').toStdString();
   testing::pumpUntil([] { return false; }, 300);
   EXPECT_FALSE(done);
   EXPECT_FALSE(QFile::exists(QStringLiteral("/proc/%1/cmdline").arg(pid)));

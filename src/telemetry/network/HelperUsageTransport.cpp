@@ -28,9 +28,19 @@ HelperUsageTransport::HelperUsageTransport(QString helper, Factory fallback)
       makeFallback_(std::move(fallback)),
       context_(std::make_unique<QObject>()) {}
 
-// The helpers still running are stopped with their QProcess; their answers
-// are not waited for, as a transport's end cancels its completions.
-HelperUsageTransport::~HelperUsageTransport() { context_.reset(); }
+// The helpers still running (a post out when the application ends) are
+// stopped: a transport's end cancels its completions, so their answers are
+// not waited for. Killed and reaped here, with their completions cut off
+// first, so that QProcess has no running process to warn about.
+HelperUsageTransport::~HelperUsageTransport() {
+  for (QProcess* process : context_->findChildren<QProcess*>(Qt::FindDirectChildrenOnly)) {
+    QObject::disconnect(process, nullptr, context_.get(), nullptr);
+    if (process->state() == QProcess::NotRunning) continue;
+    process->kill();
+    process->waitForFinished(5000);
+  }
+  context_.reset();
+}
 
 QString HelperUsageTransport::findHelper() {
   QString named = qEnvironmentVariable("TINTWELL_POST_HELPER");
