@@ -97,9 +97,8 @@ constexpr CmykTables kCmykTables = makeCmykTables();
 CMYK cmykOfBytes(int red, int green, int blue) {
   const int largest = std::max(std::max(red, green), blue);
   if (largest == 0) return CMYK{0, 0, 0, 1};
-  const CmykTables& t = kCmykTables;
-  return CMYK{t.component[largest][red], t.component[largest][green], t.component[largest][blue],
-              t.black[largest]};
+  const auto& row = kCmykTables.component[largest];
+  return CMYK{row[red], row[green], row[blue], kCmykTables.black[largest]};
 }
 
 double labCurve(double t) {
@@ -166,13 +165,10 @@ constexpr SmallNumbers makeSmallNumbers() {
 
 constexpr SmallNumbers kSmallNumbers = makeSmallNumbers();
 
-const SmallNumbers& smallNumbers() { return kSmallNumbers; }
-
 char* putUnsigned(char* p, quint64 v) {
   if (v < 1000) {
-    const SmallNumbers& small = smallNumbers();
-    std::memcpy(p, small.text[v], 4);
-    return p + small.length[v];
+    std::memcpy(p, kSmallNumbers.text[v], 4);
+    return p + kSmallNumbers.length[v];
   }
   return p + writeDigits(p, v);
 }
@@ -214,15 +210,12 @@ constexpr TenthsTexts makeTenthsTexts() {
 
 constexpr TenthsTexts kTenthsTexts = makeTenthsTexts();
 
-const TenthsTexts& tenthsTexts() { return kTenthsTexts; }
-
 char* putTenths(char* p, double v) {
   if (std::signbit(v)) *p++ = '-';
   const quint64 tenths = static_cast<quint64>(truncateChecked(roundFast(std::fabs(v) * 10.0)));
   if (tenths < TenthsTexts::kCount) {
-    const TenthsTexts& table = tenthsTexts();
-    std::memcpy(p, table.text[tenths], 8);
-    return p + table.length[tenths];
+    std::memcpy(p, kTenthsTexts.text[tenths], 8);
+    return p + kTenthsTexts.length[tenths];
   }
   p = putUnsigned(p, tenths / 10);
   *p++ = '.';

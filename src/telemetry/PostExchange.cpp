@@ -58,9 +58,10 @@ std::optional<UsageRequest> decodeUsageRequest(const QByteArray& text) {
   request.timeoutMs = timeout.toInt();
   for (const QJsonValue header : headers.toArray()) {
     const QJsonArray pair = header.toArray();
+    if (pair.size() != 2) return std::nullopt;
     const auto name = bytesFrom(pair.at(0));
     const auto value = bytesFrom(pair.at(1));
-    if (pair.size() != 2 || !name || !value) return std::nullopt;
+    if (!name || !value) return std::nullopt;
     request.headers.append({*name, *value});
   }
   return request;
