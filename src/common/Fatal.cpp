@@ -7,7 +7,7 @@
 namespace tw {
 
 void fatalStop(std::string_view cause) {
-  std::string line = "tintwell: fatal: ";
+  std::string line(kFatalLinePrefix);
   line.append(cause);
   line.push_back('\n');
   std::fwrite(line.data(), 1, line.size(), stderr);

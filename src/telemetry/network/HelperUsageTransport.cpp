@@ -9,12 +9,11 @@
 
 #include "common/Fatal.h"
 #include "telemetry/PostExchange.h"
+#include "telemetry/network/NetworkUsageTransport.h"
 
 namespace tw {
 
 namespace {
-
-constexpr QByteArrayView kFatalPrefix = "tintwell: fatal: ";
 
 QString executableAt(const QString& path) {
   const QFileInfo info(path);
@@ -97,7 +96,9 @@ void HelperUsageTransport::finish(QProcess& process, const Completion& completio
   // its fatal stop (a CA file that cannot be used) ends this process too.
   const QByteArray errors = process.readAllStandardError();
   for (const QByteArray& line : errors.split('\n')) {
-    if (line.startsWith(kFatalPrefix)) fatalStop(line.mid(kFatalPrefix.size()).toStdString());
+    const QByteArrayView prefix(kFatalLinePrefix.data(),
+                                static_cast<qsizetype>(kFatalLinePrefix.size()));
+    if (line.startsWith(prefix)) fatalStop(line.mid(prefix.size()).toStdString());
   }
   if (!errors.isEmpty()) {
     std::fwrite(errors.constData(), 1, static_cast<size_t>(errors.size()), stderr);
@@ -114,6 +115,11 @@ void HelperUsageTransport::finish(QProcess& process, const Completion& completio
                  .arg(process.exitStatus() == QProcess::NormalExit ? QStringLiteral("exit status")
                                                                    : QStringLiteral("signal"))
                  .arg(process.exitCode()));
+}
+
+std::shared_ptr<UsageTransport> makeUsageTransport() {
+  return std::make_shared<HelperUsageTransport>(HelperUsageTransport::findHelper(),
+                                                makeNetworkUsageTransport);
 }
 
 }  // namespace tw

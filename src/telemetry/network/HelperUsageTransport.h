@@ -48,4 +48,8 @@ class HelperUsageTransport final : public UsageTransport {
   std::unique_ptr<QObject> context_;  // owns the helpers still running; its end cancels completions
 };
 
+// The transport the application uses: the post helper where it is installed,
+// else posts made in this process (NetworkUsageTransport).
+std::shared_ptr<UsageTransport> makeUsageTransport();
+
 }  // namespace tw

@@ -9,7 +9,6 @@
 #include <QStringList>
 
 #include "common/Fatal.h"
-#include "telemetry/network/HelperUsageTransport.h"
 
 namespace tw {
 
@@ -118,11 +117,6 @@ void NetworkUsageTransport::finish(QNetworkReply* reply, const Completion& compl
 
 std::shared_ptr<UsageTransport> makeNetworkUsageTransport() {
   return std::make_shared<NetworkUsageTransport>();
-}
-
-std::shared_ptr<UsageTransport> makeUsageTransport() {
-  return std::make_shared<HelperUsageTransport>(HelperUsageTransport::findHelper(),
-                                                makeNetworkUsageTransport);
 }
 
 }  // namespace tw

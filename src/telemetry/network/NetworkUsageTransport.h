@@ -56,8 +56,4 @@ class NetworkUsageTransport final : public UsageTransport {
 // Posts made in this process.
 std::shared_ptr<UsageTransport> makeNetworkUsageTransport();
 
-// The transport the application uses: the post helper where it is installed,
-// else posts made in this process (HelperUsageTransport).
-std::shared_ptr<UsageTransport> makeUsageTransport();
-
 }  // namespace tw
