@@ -37,9 +37,9 @@ struct KritaExchange {
 QString kritaSocketPath();
 
 // Connects to the plug-in's socket at `socketPath`, sends each request as a
-// line, and reads one answer line per request, all within `timeout`. Uses the
-// socket's blocking waits, so it needs no event loop and works on any thread
-// (a plain std::thread too).
+// line, and reads one answer line per request, all within `timeout`. Waits
+// with poll(2), so it needs no event loop and works on any thread (a plain
+// std::thread too).
 KritaExchange askKrita(const QString& socketPath, const QList<QByteArray>& requests,
                        std::chrono::milliseconds timeout);
 

@@ -158,6 +158,49 @@ TEST_F(KritaHostTest, AStaleSocketFileNobodyListensOnIsNotRunning) {
             "plug-in not answering (restart Krita after the install)");
 }
 
+TEST_F(KritaHostTest, ASocketPathThroughAFileCannotBeReachedAndSaysWhy) {
+  QFile file(dir_.filePath(QStringLiteral("plain")));
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+  file.close();
+  const KritaHost blocked(dir_.filePath(QStringLiteral("plain/tintwell-krita.socket")),
+                          KritaPluginInstaller(locations_));
+  const PushOutcome outcome = offThread([&blocked] {
+    KritaHost h = blocked;
+    return h.push(kColor, 1000ms);
+  });
+  EXPECT_EQ(outcome.status, PushStatus::Failed);
+  EXPECT_EQ(outcome.reason.toStdString(), "cannot reach the plug-in: Not a directory");
+}
+
+TEST_F(KritaHostTest, ASocketPathLongerThanAnAddressHoldsCannotBeReached) {
+  const KritaExchange exchange =
+      askKrita(dir_.filePath(QString(200, QLatin1Char('s'))), {"get"}, 1000ms);
+  EXPECT_EQ(exchange.status, KritaExchange::Status::CannotConnect);
+  EXPECT_EQ(exchange.error.toStdString(), "the socket path is longer than a socket address holds");
+}
+
+// The plug-in's answers are short; 256 bytes before the line end is the most
+// taken, whether the line ends in LF or CR LF.
+TEST_F(KritaHostTest, AnAnswerLineOfAtMost256BytesIsTakenAndALongerOneIsTooLong) {
+  for (const auto& [answer, status] :
+       {std::pair{QByteArray(256, 'a') + "\n", KritaExchange::Status::Answered},
+        std::pair{QByteArray(255, 'b') + "\r\n", KritaExchange::Status::Answered},
+        std::pair{QByteArray(257, 'c') + "\n", KritaExchange::Status::TooLong},
+        std::pair{QByteArray(256, 'd') + "\r\n", KritaExchange::Status::TooLong}}) {
+    SCOPED_TRACE(answer.size());
+    FakePlugin plugin(socketPath(),
+                      [answer = answer](const QByteArray&, QLocalSocket&) { return answer; });
+    ASSERT_TRUE(plugin.listening());
+    const KritaExchange exchange =
+        offThread([this] { return askKrita(socketPath(), {"get"}, 2000ms); });
+    EXPECT_EQ(exchange.status, status);
+    if (status == KritaExchange::Status::Answered) {
+      ASSERT_EQ(exchange.answers.size(), 1);
+      EXPECT_EQ(exchange.answers[0], answer.left(answer.indexOf('\r') >= 0 ? 255 : 256));
+    }
+  }
+}
+
 TEST_F(KritaHostTest, OkAndTheSameColourReadBackIsConfirmed) {
   FakePlugin plugin(socketPath(), pluginShowing("ok", "#12ab56"));
   ASSERT_TRUE(plugin.listening());
