@@ -19,7 +19,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "telemetry/network/HelperUsageTransport.h"
+#include "telemetry/HelperUsageTransport.h"
 #include "telemetry/network/NetworkUsageTransport.h"
 #include "tests/telemetry/TelemetryTestServer.h"
 

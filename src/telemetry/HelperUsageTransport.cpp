@@ -1,4 +1,4 @@
-#include "telemetry/network/HelperUsageTransport.h"
+#include "telemetry/HelperUsageTransport.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -9,7 +9,6 @@
 
 #include "common/Fatal.h"
 #include "telemetry/PostExchange.h"
-#include "telemetry/network/NetworkUsageTransport.h"
 
 namespace tw {
 
@@ -117,9 +116,40 @@ void HelperUsageTransport::finish(QProcess& process, const Completion& completio
                  .arg(process.exitCode()));
 }
 
+namespace {
+
+// What the application posts with when the helper is not installed: this
+// program carries no HTTPS code of its own, so each post fails and says why;
+// the sender keeps the counts for the next post, as after any failed one.
+class MissingHelperTransport final : public UsageTransport {
+ public:
+  MissingHelperTransport() : context_(std::make_unique<QObject>()) {}
+  void post(const UsageRequest&, Completion completion) override {
+    // Queued, so that post() never completes before it returns.
+    QMetaObject::invokeMethod(
+        context_.get(),
+        [completion = std::move(completion)] {
+          completion(std::nullopt, std::nullopt, missingPostHelperError());
+        },
+        Qt::QueuedConnection);
+  }
+
+ private:
+  std::unique_ptr<QObject> context_;
+};
+
+}  // namespace
+
+QString missingPostHelperError() {
+  return QStringLiteral(
+      "The post helper tintwell-post is not installed (looked beside the program and in "
+      "its " TINTWELL_POST_HELPER_FROM_BINDIR "; TINTWELL_POST_HELPER names another)");
+}
+
 std::shared_ptr<UsageTransport> makeUsageTransport() {
-  return std::make_shared<HelperUsageTransport>(HelperUsageTransport::findHelper(),
-                                                makeNetworkUsageTransport);
+  return std::make_shared<HelperUsageTransport>(HelperUsageTransport::findHelper(), [] {
+    return std::make_shared<MissingHelperTransport>();
+  });
 }
 
 }  // namespace tw

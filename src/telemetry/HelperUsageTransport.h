@@ -19,10 +19,9 @@ namespace tw {
 // once every ten minutes.
 //
 // Where the helper cannot be started (not installed next to the binary), the
-// posts are made in this process by the transport `fallback` makes, as they
-// would be without a helper. A fatal stop of the helper (an unusable CA file)
-// is this process's, as it would be there. Lives on, and completes on, the
-// thread it was made on.
+// posts go to the transport `fallback` makes instead. A fatal stop of the helper (an unusable CA
+// file) is this process's, as it would be there. Lives on, and completes on, the thread it was made
+// on.
 class HelperUsageTransport final : public UsageTransport {
  public:
   using Factory = std::function<std::shared_ptr<UsageTransport>()>;
@@ -48,8 +47,11 @@ class HelperUsageTransport final : public UsageTransport {
   std::unique_ptr<QObject> context_;  // owns the helpers still running; its end cancels completions
 };
 
-// The transport the application uses: the post helper where it is installed,
-// else posts made in this process (NetworkUsageTransport).
+// The transport the application uses: the post helper where it is installed.
+// Without it every post fails with missingPostHelperError(): the application
+// links no network library, so that neither the TLS code nor QtNetwork's
+// libraries load into a panel that may run for days.
 std::shared_ptr<UsageTransport> makeUsageTransport();
+QString missingPostHelperError();
 
 }  // namespace tw

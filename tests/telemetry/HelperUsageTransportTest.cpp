@@ -1,4 +1,4 @@
-#include "telemetry/network/HelperUsageTransport.h"
+#include "telemetry/HelperUsageTransport.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -146,6 +146,27 @@ TEST_F(HelperUsageTransportTest, WithoutAHelperThePostIsMadeHere) {
     EXPECT_EQ(post(transport, request()).data, QByteArray(R"({"ok":true})"));
   }
   EXPECT_TRUE(tlsLibraryLoadedHere());
+}
+
+// The application carries no HTTPS code: without the helper its posts fail,
+// each saying why, and nothing reaches the server.
+TEST_F(HelperUsageTransportTest, WithoutTheHelperTheApplicationsPostsFailSayingWhy) {
+  qunsetenv("TINTWELL_POST_HELPER");
+  const std::shared_ptr<UsageTransport> transport = makeUsageTransport();
+  server.command(QStringLiteral("set * 201"));
+  const int before = static_cast<int>(server.requests().size());
+  for (int i = 0; i < 2; ++i) {
+    const Outcome outcome = post(*transport, request());
+    ASSERT_TRUE(outcome.done);
+    EXPECT_EQ(outcome.error, missingPostHelperError());
+    EXPECT_FALSE(outcome.data);
+    EXPECT_FALSE(outcome.response);
+  }
+  EXPECT_EQ(static_cast<int>(server.requests().size()), before);
+  EXPECT_FALSE(tlsLibraryLoadedHere());
+  EXPECT_EQ(missingPostHelperError().toStdString(),
+            "The post helper tintwell-post is not installed (looked beside the program and in "
+            "its ../libexec/tintwell; TINTWELL_POST_HELPER names another)");
 }
 
 TEST_F(HelperUsageTransportTest, AHelperThatEndsWithoutAnAnswerIsATransportError) {

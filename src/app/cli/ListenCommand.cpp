@@ -12,7 +12,7 @@
 #include "bridge/HostDescription.h"
 #include "bridge/linux/NativeHosts.h"
 #include "pen/CentralManager.h"
-#include "telemetry/network/HelperUsageTransport.h"
+#include "telemetry/HelperUsageTransport.h"
 
 namespace tw {
 

@@ -16,7 +16,7 @@
 #include "bridge/linux/NativeHosts.h"
 #include "pen/CentralManager.h"
 #include "resources/NamedImages.h"
-#include "telemetry/network/HelperUsageTransport.h"
+#include "telemetry/HelperUsageTransport.h"
 
 namespace tw {
 
