@@ -1,6 +1,7 @@
 #include "color/portal/PortalColorPicker.h"
 
 #include <QDBusArgument>
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -14,6 +15,7 @@
 #include <cmath>
 
 #include "common/Log.h"
+#include "common/TimeScale.h"
 
 namespace tw::portal {
 
@@ -28,7 +30,8 @@ double portalComponent(double value) { return std::clamp(value, 0.0, 1.0); }
 
 qint64 portalChannel(double value) { return channelFromComponent(portalComponent(value)); }
 
-PortalColorPicker::PortalColorPicker(QDBusConnection bus) : bus_(std::move(bus)) {}
+PortalColorPicker::PortalColorPicker(QDBusConnection bus)
+    : bus_(std::move(bus)), checkTimeoutMs_(scaledMs(8.0)) {}
 
 void PortalColorPicker::addHandler(Handler handler) { handlers_.push_back(std::move(handler)); }
 
@@ -82,7 +85,7 @@ void PortalColorPicker::pickArmed() {
       kService, kPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
   get << QStringLiteral("org.freedesktop.portal.Screenshot") << QStringLiteral("version");
   checking_ = true;
-  auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(get), this);
+  auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(get, checkTimeoutMs_), this);
   connect(
       watcher, &QDBusPendingCallWatcher::finished, this,
       [this, self = QPointer(this)](QDBusPendingCallWatcher* finished) {
@@ -90,6 +93,12 @@ void PortalColorPicker::pickArmed() {
         if (!self) return;
         checking_ = false;
         QDBusPendingReply<QDBusVariant> reply = *finished;
+        if (reply.isError() && (reply.error().type() == QDBusError::NoReply ||
+                                reply.error().type() == QDBusError::Timeout)) {
+          unanswered(QStringLiteral("the desktop portal did not answer within %1 ms")
+                         .arg(checkTimeoutMs_));
+          return;
+        }
         if (reply.isError()) {
           unanswered(QStringLiteral("no desktop portal with a Screenshot interface answered (") +
                      reply.error().message() + QLatin1Char(')'));

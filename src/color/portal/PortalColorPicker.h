@@ -29,6 +29,9 @@ qint64 portalChannel(double value);
 // Before each PickColor the portal's Screenshot version is read: where no
 // portal answers, or its version predates PickColor (2), or PickColor itself
 // fails, the armed pick is reported unanswered and no colour is ever made up.
+// A portal that does not answer the version read within checkTimeoutMs() (8 s,
+// scaled by TINTWELL_TIME_SCALE) counts as none: a portal whose backend hangs
+// would otherwise keep the dropper waiting for D-Bus's 25 s.
 class PortalColorPicker : public QObject,
                           public GlobalClickMonitor,
                           public PointerSource,
@@ -47,6 +50,9 @@ class PortalColorPicker : public QObject,
   // at once.
   void sample(QPointF at, Completion done) override;
 
+  int checkTimeoutMs() const { return checkTimeoutMs_; }
+  void setCheckTimeoutMs(int ms) { checkTimeoutMs_ = ms; }
+
  private Q_SLOTS:
   void onResponse(uint response, const QVariantMap& results);
 
@@ -63,6 +69,7 @@ class PortalColorPicker : public QObject,
   QString requestPath_;    // the request we wait for; empty when none is out
   std::optional<ScreenSample> picked_;
   unsigned tokenCounter_ = 0;
+  int checkTimeoutMs_;
 };
 
 }  // namespace tw::portal

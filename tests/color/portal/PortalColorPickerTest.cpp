@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QElapsedTimer>
 #include <memory>
 #include <string>
 
@@ -176,6 +177,32 @@ TEST_F(PortalColorPickerTest, APortalWhoseScreenshotPredatesPickColorIsNeverAske
   EXPECT_TRUE(recorder.newColors.empty());
   const std::string out = log.text().toStdString();
   EXPECT_NE(out.find("the Screenshot portal (version 1) has no PickColor"), std::string::npos)
+      << out;
+}
+
+// A portal that owns its name but never answers (its backend hangs) is
+// reported after the check's time-out, not after D-Bus's 25 s.
+TEST_F(PortalColorPickerTest, APortalThatNeverAnswersIsReportedUnansweredAfterTheCheckTimeOut) {
+  FakePortal portal(bus.address(), QStringLiteral("0.1,0.2,0.3"), QStringLiteral("0"),
+                    QStringLiteral("hang"));
+  ASSERT_TRUE(portal.ready());
+  connect(bus.address());
+  EXPECT_EQ(picker->checkTimeoutMs(), 8000);
+  picker->setCheckTimeoutMs(600);
+  testing::LogCapture log;
+  QElapsedTimer clock;
+  clock.start();
+  helper->bPickScreenColor = true;
+  ASSERT_TRUE(spinUntil([&] { return unanswered > 0; }, 20000));
+  EXPECT_GE(clock.elapsed(), 550);
+  EXPECT_LT(clock.elapsed(), 10000);
+  EXPECT_EQ(unanswered, 1);
+  EXPECT_EQ(portal.calls(), 0);
+  EXPECT_FALSE(helper->bPickScreenColor);
+  EXPECT_TRUE(recorder.newColors.empty());
+  const std::string out = log.text().toStdString();
+  EXPECT_NE(out.find("portal: PickColor failed: the desktop portal did not answer within 600 ms"),
+            std::string::npos)
       << out;
 }
 

@@ -5,7 +5,8 @@ Usage: fake_portal.py R,G,B CODE[,CODE...] [VERSION]
 Each PickColor answers, 50 ms later, with the next response code of the list
 (the last one repeats): 0 with {"color": (R, G, B)}, anything else with no
 results. The Screenshot interface's "version" property reads VERSION (2, the
-first with PickColor, unless given). Prints "ready" once the name is owned and
+first with PickColor, unless given); with VERSION "hang" that read is never
+answered, as by a portal whose backend hangs. Prints "ready" once the name is owned and
 "PickColor <token>" per call; ends when its standard input closes.
 
 The real xdg-desktop-portal needs a desktop session and a backend, which a
@@ -37,8 +38,18 @@ class Portal(dbus.service.Object):
         self.version = version
         self.calls = 0
 
-    @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ss", out_signature="v")
-    def Get(self, interface, name):
+    @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="ss", out_signature="v",
+                         async_callbacks=("reply", "error"))
+    def Get(self, interface, name, reply, error):
+        if self.version == "hang":
+            print("Get %s" % name, flush=True)
+            return
+        try:
+            reply(self.get(interface, name))
+        except dbus.exceptions.DBusException as e:
+            error(e)
+
+    def get(self, interface, name):
         if interface == "org.freedesktop.portal.Screenshot" and name == "version":
             return dbus.UInt32(self.version)
         raise dbus.exceptions.DBusException(
@@ -47,7 +58,7 @@ class Portal(dbus.service.Object):
     @dbus.service.method(dbus.PROPERTIES_IFACE, in_signature="s", out_signature="a{sv}")
     def GetAll(self, interface):
         if interface == "org.freedesktop.portal.Screenshot":
-            return {"version": dbus.UInt32(self.version)}
+            return {"version": dbus.UInt32(0 if self.version == "hang" else self.version)}
         return {}
 
     @dbus.service.method("org.freedesktop.portal.Screenshot", in_signature="sa{sv}",
@@ -77,7 +88,8 @@ def main():
     bus = dbus.SessionBus()
     color = [float(c) for c in sys.argv[1].split(",")]
     codes = [int(c) for c in sys.argv[2].split(",")]
-    version = int(sys.argv[3]) if len(sys.argv) > 3 else 2
+    version = sys.argv[3] if len(sys.argv) > 3 else "2"
+    version = version if version == "hang" else int(version)
     portal = Portal(bus, color, codes, version)
     name = dbus.service.BusName(BUS_NAME, bus)
     loop = GLib.MainLoop()
