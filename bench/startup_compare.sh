@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Start-up time and resident memory of tintwell's desktop panel next to three
-# other colour pickers and an empty Qt 6 Widgets window (the floor), all under
-# one private Xvfb (1024x768x24, -noreset).
+# other colour pickers, an empty Qt 6 Widgets window (the floor) and that
+# window with only the panel's texts in its three fonts (bench/text_qt_window.cpp,
+# the floor for a window that draws text), all under one private Xvfb
+# (1024x768x24, -noreset).
 #
 # Usage: bench/startup_compare.sh [--install] [TINTWELL_BINARY]
 #   TINTWELL_BINARY  default $BUILD/tintwell, BUILD defaulting to build
@@ -152,12 +154,14 @@ now_us() { echo "${EPOCHREALTIME/./}"; }
 
 # --- programs -------------------------------------------------------------
 # name | command | exact window title (xdotool regex) | Debian package
-names=(tintwell bare_qt_window gcolor3 gpick kcolorchooser)
+names=(tintwell bare_qt_window text_qt_window gcolor3 gpick kcolorchooser)
 declare -A cmd title pkg version note
 cmd[tintwell]=$tintwell
 title[tintwell]='^Tintwell$'
 cmd[bare_qt_window]=$work/bare_qt_window
 title[bare_qt_window]='^BareQt$'
+cmd[text_qt_window]=$work/text_qt_window
+title[text_qt_window]='^TextQt$'
 cmd[gcolor3]=gcolor3
 title[gcolor3]='^Color Picker$'
 pkg[gcolor3]=gcolor3
@@ -191,14 +195,18 @@ for n in "${names[@]}"; do
 done
 version[tintwell]=$("$tintwell" --version 2> /dev/null | awk '{print $NF}' || true)
 version[bare_qt_window]="Qt $(pkg-config --modversion Qt6Widgets)"
+version[text_qt_window]=${version[bare_qt_window]}
 for n in gcolor3 gpick kcolorchooser; do
   installed "${pkg[$n]}" && version[$n]=$(dpkg-query -W -f='${Version}' "${pkg[$n]}")
 done
 
-# --- the floor: an empty Qt window, built here so no CMake tree is needed -----
-# shellcheck disable=SC2046 # pkg-config's words are meant to split
-g++ -O2 -std=c++17 -fPIC -o "$work/bare_qt_window" "$here/bare_qt_window.cpp" \
-  $(pkg-config --cflags --libs Qt6Widgets)
+# --- the floors: an empty Qt window and one with the panel's texts, built here
+# so no CMake tree is needed ----------------------------------------------------
+for floor in bare_qt_window text_qt_window; do
+  # shellcheck disable=SC2046 # pkg-config's words are meant to split
+  g++ -O2 -std=c++17 -fPIC -o "$work/$floor" "$here/$floor.cpp" \
+    $(pkg-config --cflags --libs Qt6Widgets)
+done
 # --- the stop watch ------------------------------------------------------------
 # shellcheck disable=SC2046
 gcc -O2 -o "$work/map_waiter" "$here/map_waiter.c" $(pkg-config --cflags --libs x11)
