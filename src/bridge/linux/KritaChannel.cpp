@@ -161,15 +161,13 @@ KritaExchange askKrita(const QString& socketPath, const QList<QByteArray>& reque
     const ssize_t n = ::recv(socket.fd(), buffer, sizeof(buffer), 0);
     if (n > 0) {
       in.append(buffer, n);
-    } else if (n == 0) {
-      closed = true;
-    } else if (errno == EAGAIN) {
+    } else if (n < 0 && errno == EAGAIN) {
       if (!waitFor(socket.fd(), POLLIN, deadline)) {
         exchange.status = KritaExchange::Status::TimedOut;
         return exchange;
       }
-    } else if (errno != EINTR) {
-      closed = true;  // reset by the peer
+    } else if (n == 0 || errno != EINTR) {
+      closed = true;  // the end of the stream, or reset by the peer
     }
   }
   exchange.status = KritaExchange::Status::Answered;
