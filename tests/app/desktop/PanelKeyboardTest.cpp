@@ -29,10 +29,10 @@
 #include "events/NotificationCenter.h"
 #include "events/Notifications.h"
 #include "library/dialog/VCPantonePicker.h"
+#include "tests/app/desktop/PanelOnFakes.h"
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/simulated/SimulatedCentral.h"
 #include "tests/support/BridgeSandbox.h"
-#include "tests/support/IdleTransport.h"
 #include "tests/support/QtWait.h"
 #include "tests/support/TestMain.h"
 
@@ -57,21 +57,14 @@ class PanelKeyboardTest : public ::testing::Test {
     home_.enter();
     pointer_->height = 600;
     pointer_->location = QPointF(100, 500);
-    PanelParts parts;
-    parts.central = [](pen::CentralDelegate* d, QThread* q) {
-      return std::make_unique<pen::SimulatedCentral>(d, q, pen::CentralManager::kPoweredOff);
-    };
-    parts.host = std::make_shared<WineHostDescription>(
-        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{}));
-    parts.alerts = std::make_shared<SilentAlertPresenter>();
-    parts.transport = std::make_shared<IdleTransport>();
-    parts.colorHelper = [this] {
-      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
-    };
-    panel_ = new ViewController_plus(delegate_, std::move(parts));
-    window_ = std::make_unique<PanelWindow>(delegate_, panel_);
-    panel_->viewDidLoad();
-    window_->show();
+    panel_ = testing::showPanel(delegate_,
+                                testing::panelPartsOnFakes(
+                                    [](pen::CentralDelegate* d, QThread* q) {
+                                      return std::make_unique<pen::SimulatedCentral>(
+                                          d, q, pen::CentralManager::kPoweredOff);
+                                    },
+                                    monitor_, pointer_, sampler_),
+                                window_);
     ASSERT_TRUE(waitFor([&] { return panel_->hexInfo->text() == "#FAFAFA"; }));
     QApplication::setActiveWindow(window_.get());
     ASSERT_TRUE(waitFor([&] { return window_->isActiveWindow(); }));

@@ -19,10 +19,10 @@
 #include "bridge/AlertPresenter.h"
 #include "bridge/HostDescription.h"
 #include "bridge/RunningApplications.h"
+#include "tests/app/desktop/PanelOnFakes.h"
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
-#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -74,19 +74,10 @@ class PenLinkPanelTest : public ::testing::Test {
   // sender, with these preferences saved first.
   void start(const Preferences& preferences = Preferences()) {
     preferences.save();
-    PanelParts parts;
-    parts.central = pen::platformCentralFactory();
-    parts.host = std::make_shared<WineHostDescription>(
-        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{}));
-    parts.alerts = std::make_shared<SilentAlertPresenter>();
-    parts.transport = std::make_shared<IdleTransport>();
-    parts.colorHelper = [this] {
-      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
-    };
-    panel_ = new ViewController_plus(delegate_, std::move(parts));
-    window_ = std::make_unique<PanelWindow>(delegate_, panel_);
-    panel_->viewDidLoad();
-    window_->show();
+    panel_ = testing::showPanel(
+        delegate_,
+        testing::panelPartsOnFakes(pen::platformCentralFactory(), monitor_, pointer_, sampler_),
+        window_);
   }
   QString tip() const { return panel_->btStatus->toolTip(); }
   bool tipBecomes(const QString& text, int ms = 5000) {

@@ -18,10 +18,10 @@
 #include "bridge/AlertPresenter.h"
 #include "bridge/HostDescription.h"
 #include "bridge/RunningApplications.h"
+#include "tests/app/desktop/PanelOnFakes.h"
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
-#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -136,19 +136,10 @@ class PenNotificationTest : public ::testing::Test {
     fake_->addAdapter(QStringLiteral("hci0"));
     fake_->addDevice(
         kA, QVariantMap{{QStringLiteral("connected"), true}, {QStringLiteral("level"), level}});
-    PanelParts parts;
-    parts.central = pen::platformCentralFactory();
-    parts.host = std::make_shared<WineHostDescription>(
-        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{}));
-    parts.alerts = std::make_shared<SilentAlertPresenter>();
-    parts.transport = std::make_shared<IdleTransport>();
-    parts.colorHelper = [this] {
-      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
-    };
-    panel_ = new ViewController_plus(delegate_, std::move(parts));
-    window_ = std::make_unique<PanelWindow>(delegate_, panel_);
-    panel_->viewDidLoad();
-    window_->show();
+    panel_ = testing::showPanel(
+        delegate_,
+        testing::panelPartsOnFakes(pen::platformCentralFactory(), monitor_, pointer_, sampler_),
+        window_);
     ASSERT_TRUE(waitFor([&] { return panel_->batteryLevel() == level; }));
   }
   // Sets the pen's level and waits until the panel has shown it (a read is

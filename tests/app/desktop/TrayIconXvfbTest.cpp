@@ -26,10 +26,10 @@
 #include "bridge/AlertPresenter.h"
 #include "bridge/HostDescription.h"
 #include "bridge/RunningApplications.h"
+#include "tests/app/desktop/PanelOnFakes.h"
 #include "tests/color/ScreenPickTestSupport.h"
 #include "tests/pen/FakeBluezProcess.h"
 #include "tests/support/BridgeSandbox.h"
-#include "tests/support/IdleTransport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/QtWait.h"
@@ -222,19 +222,10 @@ class TrayIconXvfbTest : public ::testing::Test {
     fake_->addAdapter(QStringLiteral("hci0"));
     fake_->addDevice(
         kA, QVariantMap{{QStringLiteral("connected"), true}, {QStringLiteral("level"), 80}});
-    PanelParts parts;
-    parts.central = pen::platformCentralFactory();
-    parts.host = std::make_shared<WineHostDescription>(
-        std::make_shared<FixedApplicationLister>(std::vector<RunningApplication>{}));
-    parts.alerts = std::make_shared<SilentAlertPresenter>();
-    parts.transport = std::make_shared<IdleTransport>();
-    parts.colorHelper = [this] {
-      return std::make_unique<ColorHelper>(ScreenBackend{monitor_, pointer_, sampler_});
-    };
-    panel_ = new ViewController_plus(delegate_, std::move(parts));
-    window_ = std::make_unique<PanelWindow>(delegate_, panel_);
-    panel_->viewDidLoad();
-    window_->show();
+    panel_ = testing::showPanel(
+        delegate_,
+        testing::panelPartsOnFakes(pen::platformCentralFactory(), monitor_, pointer_, sampler_),
+        window_);
   }
   // The item's bus name, from the watcher's "Registered" line.
   QString registeredItem() {
