@@ -57,7 +57,7 @@ void HelperUsageTransport::post(const UsageRequest& request, Completion completi
     QMetaObject::invokeMethod(
         context_.get(),
         [this, request, completion = std::move(completion)]() mutable {
-          postHere(request, std::move(completion));
+          postToFallback(request, std::move(completion));
         },
         Qt::QueuedConnection);
     return;
@@ -72,11 +72,11 @@ void HelperUsageTransport::post(const UsageRequest& request, Completion completi
                    [this, process, request, completion](QProcess::ProcessError error) {
                      if (error != QProcess::FailedToStart) return;  // finished() follows
                      process->deleteLater();
-                     // Missing or not runnable: this and every later post is made here.
+                     // Missing or not runnable: this and every later post goes to the fallback.
                      helper_.clear();
                      QMetaObject::invokeMethod(
                          context_.get(),
-                         [this, request, completion] { postHere(request, completion); },
+                         [this, request, completion] { postToFallback(request, completion); },
                          Qt::QueuedConnection);
                    });
   process->start(helper_, QStringList{});
@@ -85,7 +85,7 @@ void HelperUsageTransport::post(const UsageRequest& request, Completion completi
   process->closeWriteChannel();
 }
 
-void HelperUsageTransport::postHere(const UsageRequest& request, Completion completion) {
+void HelperUsageTransport::postToFallback(const UsageRequest& request, Completion completion) {
   if (!fallback_) fallback_ = makeFallback_();
   fallback_->post(request, std::move(completion));
 }

@@ -38,7 +38,7 @@ class HelperUsageTransport final : public UsageTransport {
   static QString findHelper();
 
  private:
-  void postHere(const UsageRequest& request, Completion completion);
+  void postToFallback(const UsageRequest& request, Completion completion);
   static void finish(QProcess& process, const Completion& completion);
 
   QString helper_;
