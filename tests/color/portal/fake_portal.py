@@ -6,8 +6,8 @@ Each PickColor answers, 50 ms later, with the next response code of the list
 (the last one repeats): 0 with {"color": (R, G, B)}, anything else with no
 results. The Screenshot interface's "version" property reads VERSION (2, the
 first with PickColor, unless given); with VERSION "hang" that read is never
-answered, as by a portal whose backend hangs. Prints "ready" once the name is owned and
-"PickColor <token>" per call; ends when its standard input closes.
+answered, as by a portal whose backend hangs. Prints "ready" once the name is
+owned and "PickColor <token>" per call; ends when its standard input closes.
 
 The real xdg-desktop-portal needs a desktop session and a backend, which a
 test cannot have; this stands in for its D-Bus side only.
