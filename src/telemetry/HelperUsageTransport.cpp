@@ -19,6 +19,26 @@ QString executableAt(const QString& path) {
   return info.isFile() && info.isExecutable() ? info.absoluteFilePath() : QString();
 }
 
+// What the application posts with when the helper is not installed: this
+// program carries no HTTPS code of its own, so each post fails and says why;
+// the sender keeps the counts for the next post, as after any failed one.
+class MissingHelperTransport final : public UsageTransport {
+ public:
+  MissingHelperTransport() : context_(std::make_unique<QObject>()) {}
+  void post(const UsageRequest&, Completion completion) override {
+    // Queued, so that post() never completes before it returns.
+    QMetaObject::invokeMethod(
+        context_.get(),
+        [completion = std::move(completion)] {
+          completion(std::nullopt, std::nullopt, missingPostHelperError());
+        },
+        Qt::QueuedConnection);
+  }
+
+ private:
+  std::unique_ptr<QObject> context_;
+};
+
 }  // namespace
 
 HelperUsageTransport::HelperUsageTransport(QString helper, Factory fallback)
@@ -94,9 +114,9 @@ void HelperUsageTransport::finish(QProcess& process, const Completion& completio
   // What the helper said on its standard error is the application's to say;
   // its fatal stop (a CA file that cannot be used) ends this process too.
   const QByteArray errors = process.readAllStandardError();
+  const QByteArrayView prefix(kFatalLinePrefix.data(),
+                              static_cast<qsizetype>(kFatalLinePrefix.size()));
   for (const QByteArray& line : errors.split('\n')) {
-    const QByteArrayView prefix(kFatalLinePrefix.data(),
-                                static_cast<qsizetype>(kFatalLinePrefix.size()));
     if (line.startsWith(prefix)) fatalStop(line.mid(prefix.size()).toStdString());
   }
   if (!errors.isEmpty()) {
@@ -115,30 +135,6 @@ void HelperUsageTransport::finish(QProcess& process, const Completion& completio
                                                                    : QStringLiteral("signal"))
                  .arg(process.exitCode()));
 }
-
-namespace {
-
-// What the application posts with when the helper is not installed: this
-// program carries no HTTPS code of its own, so each post fails and says why;
-// the sender keeps the counts for the next post, as after any failed one.
-class MissingHelperTransport final : public UsageTransport {
- public:
-  MissingHelperTransport() : context_(std::make_unique<QObject>()) {}
-  void post(const UsageRequest&, Completion completion) override {
-    // Queued, so that post() never completes before it returns.
-    QMetaObject::invokeMethod(
-        context_.get(),
-        [completion = std::move(completion)] {
-          completion(std::nullopt, std::nullopt, missingPostHelperError());
-        },
-        Qt::QueuedConnection);
-  }
-
- private:
-  std::unique_ptr<QObject> context_;
-};
-
-}  // namespace
 
 QString missingPostHelperError() {
   return QStringLiteral(
