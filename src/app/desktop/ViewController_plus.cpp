@@ -196,7 +196,9 @@ void ViewController_plus::buildLayout() {
   // Bottom row: the crown button and the three actions.
   auto* crownButton = makeIconButton(this, QStringLiteral("crownBtn"), tr("Current colour"),
                                      tr("The colour shown, as a small swatch"));
-  crownButton->setIcon(QIcon(imageNamed(QStringLiteral("crown"))));
+  // The same drawing as the swatch's: decoded once, not twice, on the way to the
+  // first frame.
+  crownButton->setIcon(QIcon(crownView->pixmap()));
   crownButton->setIconSize(QSize(24, 24));
   connect(crownButton, &QPushButton::clicked, this, &ViewController_plus::useCrownColor);
   crownBtn = crownButton;
