@@ -66,7 +66,7 @@ define report_design_apps
 	fi
 endef
 
-.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench startup-bench format format-check tidy clean
+.PHONY: deps configure build run test soak asan-test tsan-test bench convert-bench startup-bench startup-phases format format-check tidy clean
 
 deps:
 	$(call install_missing,$(DEB_PACKAGES))
@@ -177,6 +177,11 @@ convert-bench: build
 # and an empty Qt window (INSTALL=1 installs the missing comparison programs).
 startup-bench: build
 	bench/startup_compare.sh $(BUILD)/tintwell
+
+# Exec to the end of loading and to the first map request, for the panel and
+# the two floors of startup-bench, without that bench's fixed costs.
+startup-phases: build
+	bench/startup_phases.sh $(BUILD)/tintwell
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -1,0 +1,133 @@
+#!/usr/bin/env bash
+# Where the start-up goes: for tintwell's panel, the empty Qt 6 window and the
+# window with only the panel's texts (the floors of bench/startup_compare.sh),
+# the time from exec to the end of dynamic loading (every library mapped and
+# relocated, the program's own code about to run) and to the request that maps
+# the first window. Marks come from bench/startup_marks.c (a launcher and an
+# LD_PRELOAD library), so the programs run unchanged, and the figures carry
+# none of startup_compare.sh's fixed costs (its fork, the server's MapNotify
+# and the stop watch's wake-up, about the same few milliseconds for every
+# program, which bring its ratios closer to 1).
+#
+# Usage: bench/startup_phases.sh [TINTWELL_BINARY]
+#   TINTWELL_BINARY  default $BUILD/tintwell, BUILD defaulting to build
+#   RUNS=N           runs per program, interleaved round robin (default 15)
+#
+# Every run as in startup_compare.sh: a fresh home and XDG directories, the
+# session bus off, the system bus pointing nowhere, tintwell with history and
+# the tray icon on, one private Xvfb (1024x768x24); the program is ended
+# at the first half-second check after its map mark (or after 10 s without one).
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+tintwell=${1:-${BUILD:-build}/tintwell}
+runs=${RUNS:-15}
+[[ -x $tintwell ]] || {
+  echo "no tintwell binary at $tintwell (give its path as the argument)" >&2
+  exit 1
+}
+tintwell=$(cd "$(dirname "$tintwell")" && pwd)/$(basename "$tintwell")
+for tool in Xvfb gcc g++ pkg-config; do
+  command -v "$tool" > /dev/null || {
+    echo "missing: $tool (apt-get install xvfb g++ pkg-config qt6-base-dev)" >&2
+    exit 1
+  }
+done
+
+work=$(mktemp -d /tmp/startup_phases.XXXXXX)
+xvfb_pid=""
+# shellcheck disable=SC2317 # reached through the trap
+cleanup() {
+  [[ -n $xvfb_pid ]] && kill "$xvfb_pid" 2> /dev/null && wait "$xvfb_pid" 2> /dev/null
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+for floor in bare_qt_window text_qt_window; do
+  # shellcheck disable=SC2046 # pkg-config's words are meant to split
+  g++ -O2 -std=c++17 -fPIC -o "$work/$floor" "$here/$floor.cpp" \
+    $(pkg-config --cflags --libs Qt6Widgets)
+done
+gcc -O2 -DSTARTUP_MARKS_LAUNCHER -o "$work/launch" "$here/startup_marks.c"
+gcc -O2 -shared -fPIC -o "$work/marks.so" "$here/startup_marks.c" -ldl
+
+for ((d = 71; d < 200; d++)); do
+  [[ -e /tmp/.X$d-lock || -e /tmp/.X11-unix/X$d ]] && continue
+  Xvfb ":$d" -screen 0 1024x768x24 -noreset -nolisten tcp > /dev/null 2>&1 &
+  xvfb_pid=$!
+  for ((i = 0; i < 100; i++)); do
+    [[ -e /tmp/.X11-unix/X$d ]] && break
+    sleep 0.05
+  done
+  [[ -e /tmp/.X11-unix/X$d ]] && kill -0 "$xvfb_pid" 2> /dev/null && break
+  kill "$xvfb_pid" 2> /dev/null || true
+  xvfb_pid=""
+done
+[[ -n $xvfb_pid ]] || {
+  echo "could not start Xvfb" >&2
+  exit 1
+}
+display=:$d
+
+names=(bare_qt_window text_qt_window tintwell)
+declare -A cmd=([bare_qt_window]=$work/bare_qt_window [text_qt_window]=$work/text_qt_window
+  [tintwell]=$tintwell)
+declare -A loaded mapped
+
+# One run of program $1: appends its two figures to loaded[$1] and mapped[$1].
+run_once() {
+  local n=$1 home log pid i
+  home=$(mktemp -d "$work/home.XXXXXX")
+  mkdir -p "$home/config/Orlo" "$home/runtime"
+  chmod 700 "$home/runtime"
+  printf '[history]\nenabled=true\n[tray]\nshow=true\n' > "$home/config/Orlo/Tintwell.conf"
+  log=$home/log
+  setsid env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 DISPLAY="$display" \
+    HOME="$home" XDG_CONFIG_HOME="$home/config" XDG_DATA_HOME="$home/data" \
+    XDG_CACHE_HOME="$home/cache" XDG_RUNTIME_DIR="$home/runtime" \
+    DBUS_SESSION_BUS_ADDRESS=disabled: DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent \
+    TINTWELL_TELEMETRY_URL=https://127.0.0.1:9 QT_QPA_PLATFORM=xcb \
+    STARTUP_MARKS_LIBRARY="$work/marks.so" "$work/launch" "${cmd[$n]}" > /dev/null 2> "$log" &
+  pid=$!
+  # Checked every half second only, so that the check takes no processor time
+  # from the start it times (a start takes tens of milliseconds).
+  for ((i = 0; i < 20; i++)); do
+    sleep 0.5
+    grep -q '^mark map ' "$log" && break
+  done
+  kill -TERM -- "-$pid" 2> /dev/null || true
+  sleep 0.2
+  kill -KILL -- "-$pid" 2> /dev/null || true
+  wait "$pid" 2> /dev/null || true
+  read -r l m < <(awk '$1 == "mark" && !($2 in t) { t[$2] = $3 }
+    END { if (("exec" in t) && ("loaded" in t) && ("map" in t))
+            printf "%.2f %.2f\n", t["loaded"] - t["exec"], t["map"] - t["exec"] }' "$log")
+  rm -rf "$home"
+  if [[ -z ${m:-} ]]; then
+    echo "  $n: no map mark" >&2
+    return 1
+  fi
+  loaded[$n]+="$l "
+  mapped[$n]+="$m "
+  printf 'run %-15s loaded %6s ms  map %6s ms\n' "$n" "$l" "$m" >&2
+}
+
+for n in "${names[@]}"; do run_once "$n" || true; done # warm-up, not counted
+loaded=() mapped=()
+for ((r = 1; r <= runs; r++)); do
+  for n in "${names[@]}"; do run_once "$n" || true; done
+done
+
+median() { tr ' ' '\n' | grep -v '^$' | sort -g | awk '{a[NR]=$1} END {if (NR == 0) print "NA"; else if (NR % 2) print a[(NR+1)/2]; else printf "%.2f\n", (a[NR/2]+a[NR/2+1])/2}'; }
+echo
+echo "Exec to the end of loading and to the first window's map request; $runs runs each, medians."
+echo "Machine: $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(nproc) CPUs; $(date -u '+%Y-%m-%d %H:%M UTC')"
+echo
+echo "| program | loaded (ms) | map (ms) | map / empty window's |"
+echo "|---|---|---|---|"
+floor=$(echo "${mapped[bare_qt_window]:-}" | median)
+for n in "${names[@]}"; do
+  m=$(echo "${mapped[$n]:-}" | median)
+  printf '| %s | %s | %s | %s |\n' "$n" "$(echo "${loaded[$n]:-}" | median)" "$m" \
+    "$(awk -v m="$m" -v f="$floor" 'BEGIN { if (m == "NA" || f == "NA" || f <= 0) print "n/a"; else printf "%.2f\n", m / f }')"
+done
