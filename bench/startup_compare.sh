@@ -55,6 +55,8 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=bench/startup_common.sh
+. "$here/startup_common.sh"
 install=${INSTALL:-0}
 tintwell=""
 for arg in "$@"; do
@@ -200,39 +202,14 @@ for n in gcolor3 gpick kcolorchooser; do
   installed "${pkg[$n]}" && version[$n]=$(dpkg-query -W -f='${Version}' "${pkg[$n]}")
 done
 
-# --- the floors: an empty Qt window and one with the panel's texts, built here
-# so no CMake tree is needed ----------------------------------------------------
-for floor in bare_qt_window text_qt_window; do
-  # shellcheck disable=SC2046 # pkg-config's words are meant to split
-  g++ -O2 -std=c++17 -fPIC -o "$work/$floor" "$here/$floor.cpp" \
-    $(pkg-config --cflags --libs Qt6Widgets)
-done
+# --- the floors ----------------------------------------------------------------
+build_floors "$here" "$work"
 # --- the stop watch ------------------------------------------------------------
 # shellcheck disable=SC2046
 gcc -O2 -o "$work/map_waiter" "$here/map_waiter.c" $(pkg-config --cflags --libs x11)
 
 # --- the display ---------------------------------------------------------
-for ((d = 71; d < 200; d++)); do
-  [[ -e /tmp/.X$d-lock || -e /tmp/.X11-unix/X$d ]] && continue
-  Xvfb ":$d" -screen 0 1024x768x24 -noreset -nolisten tcp > "$work/xvfb.log" 2>&1 &
-  xvfb_pid=$!
-  for ((i = 0; i < 100; i++)); do
-    [[ -e /tmp/.X11-unix/X$d ]] && break
-    kill -0 "$xvfb_pid" 2> /dev/null || break
-    pause 0.05
-  done
-  if kill -0 "$xvfb_pid" 2> /dev/null && DISPLAY=":$d" xdotool getdisplaygeometry > /dev/null 2>&1; then
-    display=":$d"
-    break
-  fi
-  kill "$xvfb_pid" 2> /dev/null || true
-  wait "$xvfb_pid" 2> /dev/null || true
-  xvfb_pid=""
-done
-[[ -n ${display:-} ]] || {
-  echo "could not start Xvfb" >&2
-  exit 1
-}
+start_xvfb "$work/xvfb.log"
 echo "Xvfb on $display (pid $xvfb_pid); ${#active[@]} programs, $runs runs each, $warmup warm-up round(s)" >&2
 
 # --- one run ---------------------------------------------------------------
@@ -321,7 +298,6 @@ for ((r = 1; r <= runs; r++)); do
 done
 
 # --- report ------------------------------------------------------------------
-median() { tr ' ' '\n' | grep -v '^$' | grep -v NA | sort -g | awk '{a[NR]=$1} END {if (NR == 0) print "NA"; else if (NR % 2) print a[(NR+1)/2]; else printf "%.1f\n", (a[NR/2]+a[NR/2+1])/2}'; }
 range() { tr ' ' '\n' | grep -v '^$' | sort -g | awk 'NR==1 {lo=$1} {hi=$1} END {print lo "–" hi}'; }
 # ratio other/tintwell as "1.18x slower" or "1.25x faster" (words from $2/$3)
 ratio_words() {

@@ -30,7 +30,7 @@ static double now_ms(void) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    fputs("usage: startup_marks_launch PROGRAM [ARGUMENT...]\n", stderr);
+    fprintf(stderr, "usage: %s PROGRAM [ARGUMENT...]\n", argv[0]);
     return 2;
   }
   // The library goes in here, not in the launcher's own environment, so that

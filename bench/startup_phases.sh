@@ -20,6 +20,8 @@
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=bench/startup_common.sh
+. "$here/startup_common.sh"
 tintwell=${1:-${BUILD:-build}/tintwell}
 runs=${RUNS:-15}
 [[ -x $tintwell ]] || {
@@ -43,31 +45,11 @@ cleanup() {
 }
 trap cleanup EXIT
 
-for floor in bare_qt_window text_qt_window; do
-  # shellcheck disable=SC2046 # pkg-config's words are meant to split
-  g++ -O2 -std=c++17 -fPIC -o "$work/$floor" "$here/$floor.cpp" \
-    $(pkg-config --cflags --libs Qt6Widgets)
-done
+build_floors "$here" "$work"
 gcc -O2 -DSTARTUP_MARKS_LAUNCHER -o "$work/launch" "$here/startup_marks.c"
 gcc -O2 -shared -fPIC -o "$work/marks.so" "$here/startup_marks.c" -ldl
 
-for ((d = 71; d < 200; d++)); do
-  [[ -e /tmp/.X$d-lock || -e /tmp/.X11-unix/X$d ]] && continue
-  Xvfb ":$d" -screen 0 1024x768x24 -noreset -nolisten tcp > /dev/null 2>&1 &
-  xvfb_pid=$!
-  for ((i = 0; i < 100; i++)); do
-    [[ -e /tmp/.X11-unix/X$d ]] && break
-    sleep 0.05
-  done
-  [[ -e /tmp/.X11-unix/X$d ]] && kill -0 "$xvfb_pid" 2> /dev/null && break
-  kill "$xvfb_pid" 2> /dev/null || true
-  xvfb_pid=""
-done
-[[ -n $xvfb_pid ]] || {
-  echo "could not start Xvfb" >&2
-  exit 1
-}
-display=:$d
+start_xvfb /dev/null
 
 names=(bare_qt_window text_qt_window tintwell)
 declare -A cmd=([bare_qt_window]=$work/bare_qt_window [text_qt_window]=$work/text_qt_window
@@ -118,7 +100,6 @@ for ((r = 1; r <= runs; r++)); do
   for n in "${names[@]}"; do run_once "$n" || true; done
 done
 
-median() { tr ' ' '\n' | grep -v '^$' | sort -g | awk '{a[NR]=$1} END {if (NR == 0) print "NA"; else if (NR % 2) print a[(NR+1)/2]; else printf "%.2f\n", (a[NR/2]+a[NR/2+1])/2}'; }
 echo
 echo "Exec to the end of loading and to the first window's map request; $runs runs each, medians."
 echo "Machine: $(lscpu | sed -n 's/^Model name: *//p' | head -1), $(nproc) CPUs; $(date -u '+%Y-%m-%d %H:%M UTC')"

@@ -1,0 +1,45 @@
+# shellcheck shell=bash
+# Pieces shared by bench/startup_compare.sh and bench/startup_phases.sh, which
+# source this file (both run under set -euo pipefail).
+
+# build_floors SOURCES DIR: the empty Qt 6 window and the window with only the
+# panel's texts, from their sources in SOURCES, built into DIR with g++, so
+# that no CMake tree is needed.
+build_floors() {
+  local floor
+  for floor in bare_qt_window text_qt_window; do
+    # shellcheck disable=SC2046 # pkg-config's words are meant to split
+    g++ -O2 -std=c++17 -fPIC -o "$2/$floor" "$1/$floor.cpp" \
+      $(pkg-config --cflags --libs Qt6Widgets)
+  done
+}
+
+# start_xvfb LOG: a private Xvfb (1024x768x24, -noreset) on the first free
+# display from :71, its output in LOG; sets display and xvfb_pid, or exits.
+start_xvfb() {
+  local d i
+  for ((d = 71; d < 200; d++)); do
+    [[ -e /tmp/.X$d-lock || -e /tmp/.X11-unix/X$d ]] && continue
+    Xvfb ":$d" -screen 0 1024x768x24 -noreset -nolisten tcp > "$1" 2>&1 &
+    xvfb_pid=$!
+    for ((i = 0; i < 100; i++)); do
+      [[ -e /tmp/.X11-unix/X$d ]] && break
+      kill -0 "$xvfb_pid" 2> /dev/null || break
+      sleep 0.05
+    done
+    if [[ -e /tmp/.X11-unix/X$d ]] && kill -0 "$xvfb_pid" 2> /dev/null; then
+      # shellcheck disable=SC2034 # the sourcing script's
+      display=":$d"
+      return 0
+    fi
+    kill "$xvfb_pid" 2> /dev/null || true
+    wait "$xvfb_pid" 2> /dev/null || true
+    xvfb_pid=""
+  done
+  echo "could not start Xvfb" >&2
+  exit 1
+}
+
+# median: of the numbers on standard input, blank-separated ("NA" left out);
+# "NA" when there are none.
+median() { tr ' ' '\n' | grep -v '^$' | grep -v NA | sort -g | awk '{a[NR]=$1} END {if (NR == 0) print "NA"; else if (NR % 2) print a[(NR+1)/2]; else printf "%.1f\n", (a[NR/2]+a[NR/2+1])/2}'; }
