@@ -43,3 +43,7 @@ start_xvfb() {
 # median: of the numbers on standard input, blank-separated ("NA" left out);
 # "NA" when there are none.
 median() { tr ' ' '\n' | grep -v '^$' | grep -v NA | sort -g | awk '{a[NR]=$1} END {if (NR == 0) print "NA"; else if (NR % 2) print a[(NR+1)/2]; else printf "%.1f\n", (a[NR/2]+a[NR/2+1])/2}'; }
+
+# ratio_num A B: A / B to two decimals, "n/a" when either is "NA" or B is not
+# above 0.
+ratio_num() { awk -v o="$1" -v t="$2" 'BEGIN { if (o == "NA" || t == "NA" || t <= 0) print "n/a"; else printf "%.2f\n", o / t }'; }

@@ -306,7 +306,6 @@ ratio_words() {
     r = o / t
     if (r >= 1) printf "%.2fx %s\n", r, more; else printf "%.2fx %s\n", 1 / r, less }'
 }
-ratio_num() { awk -v o="$1" -v t="$2" 'BEGIN { if (o == "NA" || t == "NA" || t <= 0) print "n/a"; else printf "%.2f\n", o / t }'; }
 
 declare -A mt mm
 for n in "${active[@]}"; do

@@ -58,7 +58,7 @@ declare -A loaded mapped
 
 # One run of program $1: appends its two figures to loaded[$1] and mapped[$1].
 run_once() {
-  local n=$1 home log pid i
+  local n=$1 home log pid i l="" m=""
   home=$(mktemp -d "$work/home.XXXXXX")
   mkdir -p "$home/config/Orlo" "$home/runtime"
   chmod 700 "$home/runtime"
@@ -110,5 +110,5 @@ floor=$(echo "${mapped[bare_qt_window]:-}" | median)
 for n in "${names[@]}"; do
   m=$(echo "${mapped[$n]:-}" | median)
   printf '| %s | %s | %s | %s |\n' "$n" "$(echo "${loaded[$n]:-}" | median)" "$m" \
-    "$(awk -v m="$m" -v f="$floor" 'BEGIN { if (m == "NA" || f == "NA" || f <= 0) print "n/a"; else printf "%.2f\n", m / f }')"
+    "$(ratio_num "$m" "$floor")"
 done
