@@ -35,8 +35,9 @@
 # it measures (an earlier version polled with xdotool every 5 ms, and those
 # processes slowed the program under test by a varying amount).
 #
-# Runs are interleaved round robin (program 1..5, then again) so load drift on
-# a shared machine hits all of them alike; medians are reported.
+# Runs are interleaved in rounds (every program once, then again) so load
+# drift on a shared machine hits all of them alike, each round in a new random
+# order (see shuffled in startup_common.sh); medians are reported.
 #
 # Every run gets a fresh HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME
 # and XDG_RUNTIME_DIR (mode 700) under a temp dir and an otherwise empty
@@ -286,7 +287,7 @@ for ((r = 1; r <= warmup; r++)); do
   done
 done
 for ((r = 1; r <= runs; r++)); do
-  for n in "${active[@]}"; do
+  for n in $(shuffled "${active[@]}"); do
     if run_once "$n"; then
       times[$n]+="$run_ms "
       mems[$n]+="$run_mib "

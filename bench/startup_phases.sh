@@ -11,7 +11,8 @@
 #
 # Usage: bench/startup_phases.sh [TINTWELL_BINARY]
 #   TINTWELL_BINARY  default $BUILD/tintwell, BUILD defaulting to build
-#   RUNS=N           runs per program, interleaved round robin (default 15)
+#   RUNS=N           runs per program, interleaved in rounds, each round in a
+#                    random order (default 15)
 #
 # Every run as in startup_compare.sh: a fresh home and XDG directories, the
 # session bus off, the system bus pointing nowhere, tintwell with history and
@@ -97,7 +98,7 @@ run_once() {
 for n in "${names[@]}"; do run_once "$n" || true; done # warm-up, not counted
 loaded=() mapped=()
 for ((r = 1; r <= runs; r++)); do
-  for n in "${names[@]}"; do run_once "$n" || true; done
+  for n in $(shuffled "${names[@]}"); do run_once "$n" || true; done
 done
 
 echo
