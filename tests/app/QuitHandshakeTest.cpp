@@ -100,14 +100,15 @@ TEST_F(QuitHandshakeTest, QuittingAfterOnePenColourEndsWhenTheSenderAnswers) {
 
 TEST_F(QuitHandshakeTest, QuittingWaitsWhileThePostsHang) {
   server.command(QStringLiteral("set * hang"));
-  // 60 s time-out becomes 3 s.
-  auto driver = startDriver(QStringLiteral("0.05"));
+  // 60 s time-out becomes 6 s: the one-second wait below has five seconds to
+  // spare for a late second request or a stalled test process.
+  auto driver = startDriver(QStringLiteral("0.1"));
   driver->send(QStringLiteral("color 1 2 3"));
   driver->send(QStringLiteral("quit"));
   ASSERT_TRUE(server.waitForRequests(2));
   pumpFor(1000);
   EXPECT_TRUE(driver->running()) << driver->transcript().toStdString();
-  EXPECT_EQ(driver->indexOf(kBye), -1);
+  EXPECT_EQ(driver->indexOf(kBye), -1) << driver->transcript().toStdString();
   ASSERT_TRUE(driver->finish(20000)) << driver->transcript().toStdString();
   EXPECT_EQ(driver->exitCode(), 0) << driver->transcript().toStdString();
   const qsizetype error = driver->indexOfPrefix(QStringLiteral("error "));
