@@ -40,6 +40,29 @@ start_xvfb() {
   exit 1
 }
 
+# fresh_run WORK SETTINGS: a fresh home for one timed start, under WORK, with
+# its XDG directories (the runtime one mode 700) and, when SETTINGS is not
+# empty, SETTINGS (printf %b) as the panel's settings file. Sets run_home, and
+# run_env: the whole environment of the start, for env -i, so that no per-user
+# cache (fontconfig, icon, settings) helps one program more than another; the
+# session bus off, the system bus nowhere (no Bluetooth), the panel's
+# telemetry off the network, X through xcb.
+fresh_run() {
+  run_home=$(mktemp -d "$1/home.XXXXXX")
+  mkdir -p "$run_home/config" "$run_home/data" "$run_home/cache" "$run_home/runtime"
+  chmod 700 "$run_home/runtime"
+  if [[ -n $2 ]]; then
+    mkdir -p "$run_home/config/Orlo"
+    printf '%b' "$2" > "$run_home/config/Orlo/Tintwell.conf"
+  fi
+  # shellcheck disable=SC2034 # the sourcing script's
+  run_env=(PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 DISPLAY="$display"
+    HOME="$run_home" XDG_CONFIG_HOME="$run_home/config" XDG_DATA_HOME="$run_home/data"
+    XDG_CACHE_HOME="$run_home/cache" XDG_RUNTIME_DIR="$run_home/runtime"
+    DBUS_SESSION_BUS_ADDRESS=disabled: DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent
+    TINTWELL_TELEMETRY_URL=https://127.0.0.1:9 QT_QPA_PLATFORM=xcb)
+}
+
 # shuffled WORD...: the words one per line in a random order. Each round of
 # runs takes its programs in a new order: with a fixed order, a program always
 # starts right after the same one, and a start is several milliseconds slower

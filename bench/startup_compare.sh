@@ -218,13 +218,12 @@ echo "Xvfb on $display (pid $xvfb_pid); ${#active[@]} programs, $runs runs each,
 run_once() {
   local n=$1 home t0 t1 pid wpid
   run_ms="" run_mib=""
-  home=$(mktemp -d "$work/home.XXXXXX")
-  mkdir -p "$home/config" "$home/data" "$home/cache" "$home/runtime"
-  chmod 700 "$home/runtime"
-  if [[ $n == tintwell && -n $tintwell_settings ]]; then
-    mkdir -p "$home/config/Orlo"
-    printf '%b' "$tintwell_settings" > "$home/config/Orlo/Tintwell.conf"
+  if [[ $n == tintwell ]]; then
+    fresh_run "$work" "$tintwell_settings"
+  else
+    fresh_run "$work" ""
   fi
+  home=$run_home
   # The stop watch listens before the program starts.
   coproc WAITER { DISPLAY=$display "$work/map_waiter" "${title[$n]}" "$timeout_s"; }
   # shellcheck disable=SC2153 # WAITER_PID is set by coproc
@@ -237,13 +236,7 @@ run_once() {
   fi
   t0=$(now_us)
   # setsid: a process group of its own, so its children end with it.
-  setsid env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 "$token" \
-    DISPLAY="$display" HOME="$home" XDG_CONFIG_HOME="$home/config" \
-    XDG_DATA_HOME="$home/data" XDG_CACHE_HOME="$home/cache" \
-    XDG_RUNTIME_DIR="$home/runtime" DBUS_SESSION_BUS_ADDRESS=disabled: \
-    DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent \
-    TINTWELL_TELEMETRY_URL=https://127.0.0.1:9 QT_QPA_PLATFORM=xcb GDK_BACKEND=x11 \
-    "${cmd[$n]}" >> "$work/$n.log" 2>&1 &
+  setsid env -i "${run_env[@]}" "$token" GDK_BACKEND=x11 "${cmd[$n]}" >> "$work/$n.log" 2>&1 &
   pid=$!
   child_pid=$pid
   # A blocking read of the waiter's line, woken every 100 ms only to see

@@ -60,17 +60,11 @@ declare -A loaded mapped
 # One run of program $1: appends its two figures to loaded[$1] and mapped[$1].
 run_once() {
   local n=$1 home log pid i l="" m=""
-  home=$(mktemp -d "$work/home.XXXXXX")
-  mkdir -p "$home/config/Orlo" "$home/runtime"
-  chmod 700 "$home/runtime"
-  printf '[history]\nenabled=true\n[tray]\nshow=true\n' > "$home/config/Orlo/Tintwell.conf"
+  fresh_run "$work" '[history]\nenabled=true\n[tray]\nshow=true\n'
+  home=$run_home
   log=$home/log
-  setsid env -i PATH=/usr/local/bin:/usr/bin:/bin LANG=C.UTF-8 DISPLAY="$display" \
-    HOME="$home" XDG_CONFIG_HOME="$home/config" XDG_DATA_HOME="$home/data" \
-    XDG_CACHE_HOME="$home/cache" XDG_RUNTIME_DIR="$home/runtime" \
-    DBUS_SESSION_BUS_ADDRESS=disabled: DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent \
-    TINTWELL_TELEMETRY_URL=https://127.0.0.1:9 QT_QPA_PLATFORM=xcb \
-    STARTUP_MARKS_LIBRARY="$work/marks.so" "$work/launch" "${cmd[$n]}" > /dev/null 2> "$log" &
+  setsid env -i "${run_env[@]}" STARTUP_MARKS_LIBRARY="$work/marks.so" \
+    "$work/launch" "${cmd[$n]}" > /dev/null 2> "$log" &
   pid=$!
   # Checked every half second only, so that the check takes no processor time
   # from the start it times (a start takes tens of milliseconds).
