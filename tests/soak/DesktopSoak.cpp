@@ -14,10 +14,12 @@
 // The report (standard output, and the file named by --report) says whether
 // the application stayed up and responsive, how its resident memory moved, how
 // often the pen came back, and where every counted colour went: in exactly one
-// accepted post, or lost by one of the application's two deliberate rules
+// accepted post, or lost by one of the application's three deliberate rules
 // (a successful post renews the record, dropping what was counted while it
-// was out; every return of the panel after a pick starts fresh records). Any
-// colour lost otherwise, posted twice or never received is a failure.
+// was out; every return of the panel after a pick starts fresh records; a
+// quit after an earlier success ends on the first answer, with the quit's
+// colour post still out). Any colour lost otherwise, posted twice or never
+// received is a failure.
 //
 //   desktop_soak [--hours H] [--scale S] [--minutes M] [--report FILE]
 //                [--memory report-only] [--network own] [--pick-every SECONDS]
@@ -98,10 +100,19 @@ struct Handled {
 
 // One post of the records: from "Internet Connection Available!" (before the
 // lists are closed) to the colour post's "API 完成" line when it succeeded.
+// With two sends out at once the line may be the other send's: a completion
+// does not say which send it answers.
 struct Send {
   qint64 start = 0;
   std::optional<qint64> colourSucceeded;
 };
+
+// Each count prints the record's screen list: "" or ",#..." while the record
+// is open, "[...]" once a send has closed it. So the first open list after a
+// successful colour post is the first count into the fresh record.
+bool isOpenScreenList(const QString& line) {
+  return line.isEmpty() || line.startsWith(QLatin1String(",#"));
+}
 
 struct LinkEvent {
   QString kind;
@@ -389,9 +400,11 @@ class Soak : public QObject {
       return;
     }
     posts_.read(line);
+    if (isOpenScreenList(line)) openCounts_.push_back(n);
     if (line == QLatin1String("Internet Connection Available!")) {
       sends_.push_back({n, std::nullopt});
     } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
+      colourSuccesses_.push_back(n);
       if (!sends_.empty() && !sends_.back().colourSucceeded) sends_.back().colourSucceeded = n;
       if (clock_.isValid()) {
         renewedMs_ = clock_.elapsed();
@@ -409,6 +422,9 @@ class Soak : public QObject {
       ++cursorChanged_;
     } else if (line == QLatin1String("Final bye bye ~")) {
       sawFarewell_ = true;
+      farewellLine_ = n;
+    } else if (line == QLatin1String("I will send the color log!")) {
+      quitSendLine_ = n;
     }
   }
 
@@ -474,6 +490,7 @@ class Soak : public QObject {
     // counted: each differs from the one before it.
     if (handled_.empty() || handled_.front().colour != kStartUpColour)
       fail(QStringLiteral("the first colour handled was not the start-up colour"));
+    findRenewals();
     std::map<int, std::vector<const Handled*>> counted;
     for (size_t i = 1; i < handled_.size(); ++i)
       counted[handled_[i].colour].push_back(&handled_[i]);
@@ -491,12 +508,16 @@ class Soak : public QObject {
       int missing = expected - got;
       // The missing ones must each sit in a loss window; take the occurrences
       // that do, latest first, as the ones lost.
-      int renewal = 0, reappearance = 0;
+      int renewal = 0, reappearance = 0, quit = 0;
       for (auto it = occurrences.rbegin(); it != occurrences.rend() && missing > 0; ++it) {
         const Handled& h = **it;
         if (!h.complete) continue;
-        if (inRenewalWindow(h)) {
+        const RecordPlace place = placeInRecord(h);
+        if (place == RecordPlace::AfterLastCarriedRenewed) {
           ++renewal;
+          --missing;
+        } else if (place == RecordPlace::AfterLastCarriedAtQuit) {
+          ++quit;
           --missing;
         } else if (beforeReappearanceUnsent(h)) {
           ++reappearance;
@@ -505,6 +526,7 @@ class Soak : public QObject {
       }
       lostToRenewal_ += renewal;
       lostToReappearance_ += reappearance;
+      lostAtQuit_ += quit;
       unexplained_ += missing;
       if (missing > 0 && unexplainedExamples_.size() < 10)
         unexplainedExamples_ << QStringLiteral("#%1").arg(colour, 6, 16, QLatin1Char('0'));
@@ -519,13 +541,63 @@ class Soak : public QObject {
     return n;
   }
 
-  // Counted while a successful colour post was out: between the send's start
-  // (before its lists were closed) and just after its "API 完成" line, after
-  // which the record is renewed (the next few lines cover the renewal itself).
-  bool inRenewalWindow(const Handled& h) const {
-    for (const Send& s : sends_)
-      if (s.colourSucceeded && h.first <= *s.colourSucceeded + 8 && h.last >= s.start) return true;
-    return false;
+  // Where a successful colour post replaced the record: the first count into
+  // the fresh one. Bounded by the next send's start, which needs a count in
+  // the fresh record, and by a return of the panel, which replaces it anyway.
+  void findRenewals() {
+    std::vector<qint64> starts;
+    for (const Send& s : sends_) starts.push_back(s.start);
+    const auto firstAfter = [this](const std::vector<qint64>& lines, qint64 x) {
+      const auto it = std::upper_bound(lines.begin(), lines.end(), x);
+      return it == lines.end() ? lineCount_ + 1 : *it;
+    };
+    renewals_.clear();
+    for (qint64 x : colourSuccesses_)
+      renewals_.push_back(std::min(
+          {firstAfter(openCounts_, x), firstAfter(starts, x), firstAfter(reappearances_, x)}));
+  }
+
+  // Where a colour was counted, in the record it went into: after the last
+  // colour of that record any accepted post carried, and then lost with the
+  // record, or not. A record's posts each carry it from its first count to
+  // the send's close, so what came after the last one carried was dropped
+  // with the record; anything missing before it was lost otherwise. A pen
+  // colour's second line comes after its count and before the next colour's
+  // count (one thread does both), so it places the colour in its record.
+  enum class RecordPlace {
+    Carried,                  // at or before the last carried colour
+    AfterLastCarriedRenewed,  // then a successful colour post replaced the record
+    AfterLastCarriedAtQuit,   // the last record, when the quit did not wait for its post
+    Other,                    // the record ended with the panel's return
+  };
+  RecordPlace placeInRecord(const Handled& h) const {
+    std::optional<qint64> end;
+    for (qint64 r : renewals_)
+      if (r > h.last) end = std::min(end.value_or(r), r);
+    qint64 begin = 0;
+    for (qint64 r : renewals_)
+      if (r <= h.last) begin = std::max(begin, r);
+    for (qint64 r : reappearances_) {
+      if (r <= h.last) begin = std::max(begin, r);
+      if (r > h.last && (!end || r < *end)) return RecordPlace::Other;
+    }
+    qint64 lastCarried = begin;
+    for (const Handled& other : handled_)
+      if (other.last >= begin && (!end || other.last < *end) && delivered_.count(other.colour))
+        lastCarried = std::max(lastCarried, other.last);
+    if (h.last <= lastCarried) return RecordPlace::Carried;
+    if (end) return RecordPlace::AfterLastCarriedRenewed;
+    return quitEndedBeforeItsColourPost() ? RecordPlace::AfterLastCarriedAtQuit
+                                          : RecordPlace::Carried;
+  }
+
+  // The quit ends on the first answer when an earlier success left both
+  // done-flags set: "Final bye bye ~" may then come while the quit's colour
+  // post is still out, and the post ends with the application.
+  bool quitEndedBeforeItsColourPost() const {
+    if (!quitSendLine_ || !farewellLine_) return false;
+    return std::none_of(colourSuccesses_.begin(), colourSuccesses_.end(),
+                        [this](qint64 x) { return x > *quitSendLine_ && x < *farewellLine_; });
   }
 
   // Counted into records that a return of the panel replaced before any later
@@ -688,6 +760,9 @@ class Soak : public QObject {
              .arg(lostToRenewal_));
     line(QStringLiteral("  - lost when the panel came back after a pick (fresh records): %1")
              .arg(lostToReappearance_));
+    line(QStringLiteral("  - lost at the quit, which ended on the first answer while the "
+                        "quit's colour post was still out: %1")
+             .arg(lostAtQuit_));
     line(QStringLiteral("  - unaccounted for: %1 %2")
              .arg(unexplained_)
              .arg(unexplainedExamples_.join(u' ')));
@@ -854,6 +929,9 @@ class Soak : public QObject {
   std::map<int, size_t> penIndex_;
   std::vector<qint64> reappearances_;
   std::vector<Send> sends_;
+  std::vector<qint64> colourSuccesses_;  // the colour posts' "API 完成" lines
+  std::vector<qint64> openCounts_;       // counts into an open record
+  std::vector<qint64> renewals_;         // the first line of each renewed record
   int startUpLines_ = 0;
   int pickedColours_ = 0;
   int connections_ = 0;
@@ -864,6 +942,8 @@ class Soak : public QObject {
   int batteryReads_ = 0;
   int repeatedPenLines_ = 0;
   bool sawFarewell_ = false;
+  std::optional<qint64> farewellLine_;
+  std::optional<qint64> quitSendLine_;  // "I will send the color log!"
 
   // What the server received, and the accounting.
   std::map<int, int> delivered_;
@@ -873,6 +953,7 @@ class Soak : public QObject {
   int deliveredOnce_ = 0;
   int lostToRenewal_ = 0;
   int lostToReappearance_ = 0;
+  int lostAtQuit_ = 0;
   int unexplained_ = 0;
   QStringList unexplainedExamples_;
   int postedTwice_ = 0;
