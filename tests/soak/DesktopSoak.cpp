@@ -421,7 +421,6 @@ class Soak : public QObject {
     } else if (line == QLatin1String("cursor changed")) {
       ++cursorChanged_;
     } else if (line == QLatin1String("Final bye bye ~")) {
-      sawFarewell_ = true;
       farewellLine_ = n;
     } else if (line == QLatin1String("I will send the color log!")) {
       quitSendLine_ = n;
@@ -572,11 +571,11 @@ class Soak : public QObject {
   };
   RecordPlace placeInRecord(const Handled& h) const {
     std::optional<qint64> end;
-    for (qint64 r : renewals_)
-      if (r > h.last) end = std::min(end.value_or(r), r);
     qint64 begin = 0;
-    for (qint64 r : renewals_)
+    for (qint64 r : renewals_) {
+      if (r > h.last) end = std::min(end.value_or(r), r);
       if (r <= h.last) begin = std::max(begin, r);
+    }
     for (qint64 r : reappearances_) {
       if (r <= h.last) begin = std::max(begin, r);
       if (r > h.last && (!end || r < *end)) return RecordPlace::Other;
@@ -635,7 +634,7 @@ class Soak : public QObject {
   }
 
   bool ok() const {
-    return failures_.isEmpty() && sawFarewell_ && app_.exitStatus() == QProcess::NormalExit &&
+    return failures_.isEmpty() && farewellLine_ && app_.exitStatus() == QProcess::NormalExit &&
            app_.exitCode() == 0 && unexplained_ == 0 &&
            (postedTwice_ == 0 || posts_.overlappingSends() > 0) && deliveredNeverCounted_ == 0 &&
            neverHandled_ == 0 && inconsistentBodies_ == 0 && repeatedPenLines_ == 0 &&
@@ -853,7 +852,7 @@ class Soak : public QObject {
     line(QStringLiteral("- quit (SIGTERM) to exit: %1 ms, exit status %2, \"Final bye bye ~\" %3")
              .arg(quitMs_)
              .arg(app_.exitStatus() == QProcess::NormalExit ? app_.exitCode() : -1)
-             .arg(sawFarewell_ ? QStringLiteral("printed") : QStringLiteral("MISSING")));
+             .arg(farewellLine_ ? QStringLiteral("printed") : QStringLiteral("MISSING")));
     if (!stacks_.isEmpty())
       line(QStringLiteral("- its threads when it hung:\n```\n") + stacks_ + QStringLiteral("```"));
     if (!stderr_.isEmpty())
@@ -941,8 +940,7 @@ class Soak : public QObject {
   int ticks_ = 0;
   int batteryReads_ = 0;
   int repeatedPenLines_ = 0;
-  bool sawFarewell_ = false;
-  std::optional<qint64> farewellLine_;
+  std::optional<qint64> farewellLine_;  // "Final bye bye ~"
   std::optional<qint64> quitSendLine_;  // "I will send the color log!"
 
   // What the server received, and the accounting.
