@@ -22,12 +22,15 @@
 // received is a failure.
 //
 //   desktop_soak [--hours H] [--scale S] [--minutes M] [--report FILE]
-//                [--memory report-only] [--network own] [--pick-every SECONDS]
-//                [--link-every SECONDS] [--memory-growth-kib K]
+//                [--transcript FILE] [--memory report-only] [--network own]
+//                [--pick-every SECONDS] [--link-every SECONDS] [--memory-growth-kib K]
 //     H: hours of the application's timers to run (default 24)
 //     S: TINTWELL_TIME_SCALE (default 0.005, so 24 hours take 7.2 minutes)
 //     M: minutes of real time to run instead of H hours of timers (with
 //       --scale 1 the timers run at their real schedule)
+//     --transcript: every line the application printed, numbered, with each
+//       colour post the server answered (its lists, and whether it was
+//       accepted) after the line read last when it was seen
 //     --pick-every: seconds between dropper picks (default 29)
 //     --link-every: seconds between link upsets (default 5; 0: none, the pen
 //       stays connected the whole run)
@@ -56,6 +59,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QTextStream>
 #include <QTimer>
 #include <algorithm>
 #include <csignal>
@@ -63,6 +67,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "tests/pen/FakeBluezProcess.h"
@@ -98,15 +103,6 @@ struct Handled {
   bool complete = false;
 };
 
-// One post of the records: from "Internet Connection Available!" (before the
-// lists are closed) to the colour post's "API 完成" line when it succeeded.
-// With two sends out at once the line may be the other send's: a completion
-// does not say which send it answers.
-struct Send {
-  qint64 start = 0;
-  std::optional<qint64> colourSucceeded;
-};
-
 // Each count prints the record's screen list: "" or ",#..." while the record
 // is open, "[...]" once a send has closed it. So the first open list after a
 // successful colour post is the first count into the fresh record.
@@ -131,6 +127,7 @@ struct SoakOptions {
   double scale = 0.005;
   double minutes = 0;  // real time; 0: run `hours` of the application's timers
   QString reportPath;
+  QString transcriptPath;
   bool judgeMemory = true;
   int pickIntervalMs = kPickIntervalMs;
   int linkIntervalMs = kLinkEventIntervalMs;  // 0: no link upsets
@@ -144,6 +141,7 @@ class Soak : public QObject {
         scale_(options.scale),
         minutes_(options.minutes),
         reportPath_(options.reportPath),
+        transcriptPath_(options.transcriptPath),
         judgeMemory_(options.judgeMemory),
         pickIntervalMs_(options.pickIntervalMs),
         linkIntervalMs_(options.linkIntervalMs),
@@ -163,6 +161,13 @@ class Soak : public QObject {
   // Set-up: the X server, the bus, the pen, the server, "Photoshop", then the
   // application; the run starts once the pen is connected and notifying.
   bool setUp() {
+    if (!transcriptPath_.isEmpty()) {
+      transcriptFile_.setFileName(transcriptPath_);
+      if (!transcriptFile_.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text))
+        return fail(
+            QStringLiteral("set-up: cannot write the transcript to %1").arg(transcriptPath_));
+      transcript_.emplace(&transcriptFile_);
+    }
     if (!xvfb_.isRunning() || !home_.isValid() || !runtime_.isValid())
       return fail(QStringLiteral("set-up: Xvfb, the sandbox or the runtime folder failed"));
     fake_ = std::make_unique<testing::FakeBluez>(
@@ -375,6 +380,7 @@ class Soak : public QObject {
 
   void handleLine(const QString& line) {
     const qint64 n = ++lineCount_;
+    if (transcript_) *transcript_ << n << ": " << line << '\n';
     lastLineMs_ = clock_.isValid() ? clock_.elapsed() : 0;
     if (isHexColour(line)) {
       const int colour = line.toInt(nullptr, 16);
@@ -402,10 +408,9 @@ class Soak : public QObject {
     posts_.read(line);
     if (isOpenScreenList(line)) openCounts_.push_back(n);
     if (line == QLatin1String("Internet Connection Available!")) {
-      sends_.push_back({n, std::nullopt});
+      sendStarts_.push_back(n);
     } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
       colourSuccesses_.push_back(n);
-      if (!sends_.empty() && !sends_.back().colourSucceeded) sends_.back().colourSucceeded = n;
       if (clock_.isValid()) {
         renewedMs_ = clock_.elapsed();
         if (!firstPostMs_) firstPostMs_ = *renewedMs_;
@@ -434,6 +439,11 @@ class Soak : public QObject {
       if (!e.answeredOk()) ++failedRequests_;
       if (e.path != QLatin1String("/api/color_usage")) continue;
       const QJsonObject body = QJsonDocument::fromJson(e.body).object();
+      if (transcript_)
+        *transcript_ << "-- after line " << lineCount_ << ", a colour post answered "
+                     << (e.answeredOk() ? "ok" : "with an error") << ": "
+                     << body.value(QStringLiteral("colors_device")).toString() << ' '
+                     << body.value(QStringLiteral("colors_screen")).toString() << '\n';
       for (const char* kind : {"device", "screen"}) {
         QString list = body.value(QStringLiteral("colors_") + QLatin1String(kind)).toString();
         list.remove(u'[').remove(u']');
@@ -442,7 +452,11 @@ class Soak : public QObject {
             body.value(QStringLiteral("counter_") + QLatin1String(kind)).toInteger())
           ++inconsistentBodies_;
         if (!e.answeredOk()) continue;
-        for (const QString& entry : entries) ++delivered_[entry.mid(1).toInt(nullptr, 16)];
+        std::vector<int> colours;
+        for (const QString& entry : entries) colours.push_back(entry.mid(1).toInt(nullptr, 16));
+        const auto startUp = std::find(colours.begin(), colours.end(), kStartUpColour);
+        if (startUp != colours.end()) listedBeforeStartUp_.insert(colours.begin(), startUp);
+        for (int colour : colours) ++delivered_[colour];
       }
     }
   }
@@ -481,7 +495,7 @@ class Soak : public QObject {
     QElapsedTimer waited;
     waited.start();
     collectPosts();
-    while (requests_ < 2 * static_cast<int>(sends_.size()) && !waited.hasExpired(10000)) {
+    while (requests_ < 2 * static_cast<int>(sendStarts_.size()) && !waited.hasExpired(10000)) {
       server_->waitForRequests(1, 200);
       collectPosts();
     }
@@ -490,6 +504,8 @@ class Soak : public QObject {
     if (handled_.empty() || handled_.front().colour != kStartUpColour)
       fail(QStringLiteral("the first colour handled was not the start-up colour"));
     findRenewals();
+    handledTimes_.clear();
+    for (const Handled& h : handled_) ++handledTimes_[h.colour];
     std::map<int, std::vector<const Handled*>> counted;
     for (size_t i = 1; i < handled_.size(); ++i)
       counted[handled_[i].colour].push_back(&handled_[i]);
@@ -511,17 +527,20 @@ class Soak : public QObject {
       for (auto it = occurrences.rbegin(); it != occurrences.rend() && missing > 0; ++it) {
         const Handled& h = **it;
         if (!h.complete) continue;
-        const RecordPlace place = placeInRecord(h);
-        if (place == RecordPlace::AfterLastCarriedRenewed) {
-          ++renewal;
-          --missing;
-        } else if (place == RecordPlace::AfterLastCarriedAtQuit) {
-          ++quit;
-          --missing;
-        } else if (beforeReappearanceUnsent(h)) {
-          ++reappearance;
-          --missing;
+        switch (placeInRecord(h)) {
+          case RecordPlace::ShouldBeCarried:
+            continue;
+          case RecordPlace::LostToRenewal:
+            ++renewal;
+            break;
+          case RecordPlace::LostToReappearance:
+            ++reappearance;
+            break;
+          case RecordPlace::LostAtQuit:
+            ++quit;
+            break;
         }
+        --missing;
       }
       lostToRenewal_ += renewal;
       lostToReappearance_ += reappearance;
@@ -544,8 +563,6 @@ class Soak : public QObject {
   // the fresh one. Bounded by the next send's start, which needs a count in
   // the fresh record, and by a return of the panel, which replaces it anyway.
   void findRenewals() {
-    std::vector<qint64> starts;
-    for (const Send& s : sends_) starts.push_back(s.start);
     const auto firstAfter = [this](const std::vector<qint64>& lines, qint64 x) {
       const auto it = std::upper_bound(lines.begin(), lines.end(), x);
       return it == lines.end() ? lineCount_ + 1 : *it;
@@ -553,41 +570,55 @@ class Soak : public QObject {
     renewals_.clear();
     for (qint64 x : colourSuccesses_)
       renewals_.push_back(std::min(
-          {firstAfter(openCounts_, x), firstAfter(starts, x), firstAfter(reappearances_, x)}));
+          {firstAfter(openCounts_, x), firstAfter(sendStarts_, x), firstAfter(reappearances_, x)}));
   }
 
   // Where a colour was counted, in the record it went into: after the last
   // colour of that record any accepted post carried, and then lost with the
-  // record, or not. A record's posts each carry it from its first count to
-  // the send's close, so what came after the last one carried was dropped
-  // with the record; anything missing before it was lost otherwise. A pen
-  // colour's second line comes after its count and before the next colour's
-  // count (one thread does both), so it places the colour in its record.
+  // record by what ended it, or not. A record's posts each carry it from its
+  // first count to the send's close, so what came after the last one carried
+  // was dropped with the record; anything missing before it was lost
+  // otherwise. Which send an answer belongs to does not matter here: the
+  // server's bodies say what was carried. A pen colour's second line comes
+  // after its count and before the next colour's count (one thread does
+  // both), so it places the colour in its record.
   enum class RecordPlace {
-    Carried,                  // at or before the last carried colour
-    AfterLastCarriedRenewed,  // then a successful colour post replaced the record
-    AfterLastCarriedAtQuit,   // the last record, when the quit did not wait for its post
-    Other,                    // the record ended with the panel's return
+    ShouldBeCarried,     // at or before the last carried colour, or the record outlived the run
+    LostToRenewal,       // after it; then a successful colour post replaced the record
+    LostToReappearance,  // after it; then the panel's return replaced the record
+    LostAtQuit,          // the last record, when the quit did not wait for its post
   };
   RecordPlace placeInRecord(const Handled& h) const {
     std::optional<qint64> end;
+    RecordPlace endedBy = RecordPlace::ShouldBeCarried;
     qint64 begin = 0;
-    for (qint64 r : renewals_) {
-      if (r > h.last) end = std::min(end.value_or(r), r);
-      if (r <= h.last) begin = std::max(begin, r);
-    }
-    for (qint64 r : reappearances_) {
-      if (r <= h.last) begin = std::max(begin, r);
-      if (r > h.last && (!end || r < *end)) return RecordPlace::Other;
-    }
-    qint64 lastCarried = begin;
+    const auto place = [&](const std::vector<qint64>& boundaries, RecordPlace by) {
+      for (qint64 r : boundaries) {
+        if (r <= h.last) begin = std::max(begin, r);
+        if (r > h.last && (!end || r < *end)) {
+          end = r;
+          endedBy = by;
+        }
+      }
+    };
+    place(renewals_, RecordPlace::LostToRenewal);
+    place(reappearances_, RecordPlace::LostToReappearance);
+    // Only a colour handled once says which record a post carried: the
+    // start-up colour opens every record the panel's return starts, and one
+    // of them delivered says nothing of the others. A colour listed before a
+    // start-up colour went into the record that colour opened, not the one
+    // its lines are in, so it says nothing of a record the panel's return
+    // ended.
+    const bool endedByReturn = endedBy == RecordPlace::LostToReappearance;
+    std::optional<qint64> lastCarried;
     for (const Handled& other : handled_)
-      if (other.last >= begin && (!end || other.last < *end) && delivered_.count(other.colour))
-        lastCarried = std::max(lastCarried, other.last);
-    if (h.last <= lastCarried) return RecordPlace::Carried;
-    if (end) return RecordPlace::AfterLastCarriedRenewed;
-    return quitEndedBeforeItsColourPost() ? RecordPlace::AfterLastCarriedAtQuit
-                                          : RecordPlace::Carried;
+      if (other.last >= begin && (!end || other.last < *end) &&
+          handledTimes_.at(other.colour) == 1 && delivered_.count(other.colour) &&
+          !(endedByReturn && listedBeforeStartUp_.count(other.colour)))
+        lastCarried = std::max(lastCarried.value_or(other.last), other.last);
+    if (lastCarried && h.last <= *lastCarried) return RecordPlace::ShouldBeCarried;
+    if (end) return endedBy;
+    return quitEndedBeforeItsColourPost() ? RecordPlace::LostAtQuit : RecordPlace::ShouldBeCarried;
   }
 
   // The quit ends on the first answer when an earlier success left both
@@ -597,20 +628,6 @@ class Soak : public QObject {
     if (!quitSendLine_ || !farewellLine_) return false;
     return std::none_of(colourSuccesses_.begin(), colourSuccesses_.end(),
                         [this](qint64 x) { return x > *quitSendLine_ && x < *farewellLine_; });
-  }
-
-  // Counted into records that a return of the panel replaced before any later
-  // send started.
-  bool beforeReappearanceUnsent(const Handled& h) const {
-    for (qint64 r : reappearances_) {
-      if (h.first >= r) continue;
-      bool sentBetween = false;
-      for (const Send& s : sends_)
-        if (s.start > h.last && s.start < r && s.colourSucceeded) sentBetween = true;
-      if (!sentBetween) return true;
-      return false;
-    }
-    return false;
   }
 
   void wrapUp() {
@@ -717,7 +734,7 @@ class Soak : public QObject {
              .arg(ticks_)
              .arg(static_cast<qint64>(timerHours * 6))
              .arg(batteryReads_)
-             .arg(sends_.size())
+             .arg(sendStarts_.size())
              .arg(requests_)
              .arg(failedRequests_)
              .arg(transportErrors_));
@@ -876,6 +893,9 @@ class Soak : public QObject {
   double scale_;
   double minutes_;
   QString reportPath_;
+  QString transcriptPath_;
+  QFile transcriptFile_;
+  std::optional<QTextStream> transcript_;
   bool judgeMemory_;
   int pickIntervalMs_;
   int linkIntervalMs_;
@@ -927,7 +947,10 @@ class Soak : public QObject {
   std::vector<Handled> handled_;
   std::map<int, size_t> penIndex_;
   std::vector<qint64> reappearances_;
-  std::vector<Send> sends_;
+  // Each send's "Internet Connection Available!" (before the lists are
+  // closed). Its answers are not placed: with two sends out at once a
+  // completion does not say which send it answers.
+  std::vector<qint64> sendStarts_;
   std::vector<qint64> colourSuccesses_;  // the colour posts' "API 完成" lines
   std::vector<qint64> openCounts_;       // counts into an open record
   std::vector<qint64> renewals_;         // the first line of each renewed record
@@ -945,6 +968,12 @@ class Soak : public QObject {
 
   // What the server received, and the accounting.
   std::map<int, int> delivered_;
+  std::map<int, int> handledTimes_;  // colour: its lines in handled_
+  // Colours an accepted list has before the start-up colour: in a record the
+  // panel's return started, counted by the pen's thread between the fresh
+  // record and the start-up colour, though their lines come before the
+  // latter's.
+  std::set<int> listedBeforeStartUp_;
   int requests_ = 0;
   int failedRequests_ = 0;
   int inconsistentBodies_ = 0;
@@ -978,6 +1007,8 @@ int main(int argc, char** argv) {
       options.minutes = value.toDouble();
     else if (args[i] == QLatin1String("--report"))
       options.reportPath = value;
+    else if (args[i] == QLatin1String("--transcript"))
+      options.transcriptPath = value;
     else if (args[i] == QLatin1String("--memory"))
       options.judgeMemory = value != QLatin1String("report-only");
     else if (args[i] == QLatin1String("--network"))
@@ -996,8 +1027,9 @@ int main(int argc, char** argv) {
       options.pickIntervalMs <= 0 || options.linkIntervalMs < 0 || options.memoryGrowthKiB < 0) {
     std::fputs(
         "usage: desktop_soak [--hours H] [--scale S] [--minutes M] [--report FILE]\n"
-        "                    [--memory report-only] [--network own] [--pick-every SECONDS]\n"
-        "                    [--link-every SECONDS] [--memory-growth-kib K]\n",
+        "                    [--transcript FILE] [--memory report-only] [--network own]\n"
+        "                    [--pick-every SECONDS] [--link-every SECONDS]\n"
+        "                    [--memory-growth-kib K]\n",
         stderr);
     return 2;
   }
