@@ -506,6 +506,7 @@ class Soak : public QObject {
     findRenewals();
     handledTimes_.clear();
     for (const Handled& h : handled_) ++handledTimes_[h.colour];
+    findCarried();
     std::map<int, std::vector<const Handled*>> counted;
     for (size_t i = 1; i < handled_.size(); ++i)
       counted[handled_[i].colour].push_back(&handled_[i]);
@@ -573,6 +574,28 @@ class Soak : public QObject {
           {firstAfter(openCounts_, x), firstAfter(sendStarts_, x), firstAfter(reappearances_, x)}));
   }
 
+  // The second lines of the colours that say which record an accepted post
+  // carried. Only a colour handled once does: the start-up colour opens every
+  // record the panel's return starts, and one of them delivered says nothing
+  // of the others. Nor does a colour whose two lines are either side of a
+  // start-up colour's: it was counted in either record. A colour listed
+  // before a start-up colour went into the record that colour opened, not the
+  // one its lines are in, so it says nothing of a record the return ended.
+  void findCarried() {
+    carried_.clear();
+    carriedBeforeReturn_.clear();
+    for (const Handled& x : handled_) {
+      if (handledTimes_.at(x.colour) != 1 || !delivered_.count(x.colour)) continue;
+      if (std::any_of(reappearances_.begin(), reappearances_.end(),
+                      [&x](qint64 r) { return x.first < r && r < x.last; }))
+        continue;
+      carried_.push_back(x.last);
+      if (!listedBeforeStartUp_.count(x.colour)) carriedBeforeReturn_.push_back(x.last);
+    }
+    std::sort(carried_.begin(), carried_.end());
+    std::sort(carriedBeforeReturn_.begin(), carriedBeforeReturn_.end());
+  }
+
   // Where a colour was counted, in the record it went into: after the last
   // colour of that record any accepted post carried, and then lost with the
   // record by what ended it, or not. A record's posts each carry it from its
@@ -591,32 +614,19 @@ class Soak : public QObject {
   RecordPlace placeInRecord(const Handled& h) const {
     std::optional<qint64> end;
     RecordPlace endedBy = RecordPlace::ShouldBeCarried;
-    qint64 begin = 0;
     const auto place = [&](const std::vector<qint64>& boundaries, RecordPlace by) {
-      for (qint64 r : boundaries) {
-        if (r <= h.last) begin = std::max(begin, r);
-        if (r > h.last && (!end || r < *end)) {
-          end = r;
-          endedBy = by;
-        }
+      const auto next = std::upper_bound(boundaries.begin(), boundaries.end(), h.last);
+      if (next != boundaries.end() && (!end || *next < *end)) {
+        end = *next;
+        endedBy = by;
       }
     };
     place(renewals_, RecordPlace::LostToRenewal);
     place(reappearances_, RecordPlace::LostToReappearance);
-    // Only a colour handled once says which record a post carried: the
-    // start-up colour opens every record the panel's return starts, and one
-    // of them delivered says nothing of the others. A colour listed before a
-    // start-up colour went into the record that colour opened, not the one
-    // its lines are in, so it says nothing of a record the panel's return
-    // ended.
-    const bool endedByReturn = endedBy == RecordPlace::LostToReappearance;
-    std::optional<qint64> lastCarried;
-    for (const Handled& other : handled_)
-      if (other.last >= begin && (!end || other.last < *end) &&
-          handledTimes_.at(other.colour) == 1 && delivered_.count(other.colour) &&
-          !(endedByReturn && listedBeforeStartUp_.count(other.colour)))
-        lastCarried = std::max(lastCarried.value_or(other.last), other.last);
-    if (lastCarried && h.last <= *lastCarried) return RecordPlace::ShouldBeCarried;
+    const std::vector<qint64>& carried =
+        endedBy == RecordPlace::LostToReappearance ? carriedBeforeReturn_ : carried_;
+    const auto later = std::lower_bound(carried.begin(), carried.end(), h.last);
+    if (later != carried.end() && (!end || *later < *end)) return RecordPlace::ShouldBeCarried;
     if (end) return endedBy;
     return quitEndedBeforeItsColourPost() ? RecordPlace::LostAtQuit : RecordPlace::ShouldBeCarried;
   }
@@ -974,6 +984,8 @@ class Soak : public QObject {
   // record and the start-up colour, though their lines come before the
   // latter's.
   std::set<int> listedBeforeStartUp_;
+  std::vector<qint64> carried_;              // see findCarried()
+  std::vector<qint64> carriedBeforeReturn_;  // for records the panel's return ended
   int requests_ = 0;
   int failedRequests_ = 0;
   int inconsistentBodies_ = 0;
