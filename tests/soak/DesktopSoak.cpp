@@ -67,7 +67,6 @@
 #include <limits>
 #include <map>
 #include <optional>
-#include <set>
 #include <vector>
 
 #include "tests/pen/FakeBluezProcess.h"
@@ -102,13 +101,6 @@ struct Handled {
   qint64 last = 0;
   bool complete = false;
 };
-
-// Each count prints the record's screen list: "" or ",#..." while the record
-// is open, "[...]" once a send has closed it. So the first open list after a
-// successful colour post is the first count into the fresh record.
-bool isOpenScreenList(const QString& line) {
-  return line.isEmpty() || line.startsWith(QLatin1String(",#"));
-}
 
 struct LinkEvent {
   QString kind;
@@ -406,7 +398,6 @@ class Soak : public QObject {
       return;
     }
     posts_.read(line);
-    if (isOpenScreenList(line)) openCounts_.push_back(n);
     if (line == QLatin1String("Internet Connection Available!")) {
       sendStarts_.push_back(n);
     } else if (line == QStringLiteral(" API 完成 || Api Type : colorType")) {
@@ -444,6 +435,7 @@ class Soak : public QObject {
                      << (e.answeredOk() ? "ok" : "with an error") << ": "
                      << body.value(QStringLiteral("colors_device")).toString() << ' '
                      << body.value(QStringLiteral("colors_screen")).toString() << '\n';
+      std::vector<int> accepted;  // both lists: one copy of one record
       for (const char* kind : {"device", "screen"}) {
         QString list = body.value(QStringLiteral("colors_") + QLatin1String(kind)).toString();
         list.remove(u'[').remove(u']');
@@ -452,12 +444,13 @@ class Soak : public QObject {
             body.value(QStringLiteral("counter_") + QLatin1String(kind)).toInteger())
           ++inconsistentBodies_;
         if (!e.answeredOk()) continue;
-        std::vector<int> colours;
-        for (const QString& entry : entries) colours.push_back(entry.mid(1).toInt(nullptr, 16));
-        const auto startUp = std::find(colours.begin(), colours.end(), kStartUpColour);
-        if (startUp != colours.end()) listedBeforeStartUp_.insert(colours.begin(), startUp);
-        for (int colour : colours) ++delivered_[colour];
+        for (const QString& entry : entries) {
+          const int colour = entry.mid(1).toInt(nullptr, 16);
+          ++delivered_[colour];
+          accepted.push_back(colour);
+        }
       }
+      if (!accepted.empty()) acceptedRecords_.push_back(std::move(accepted));
     }
   }
 
@@ -503,10 +496,7 @@ class Soak : public QObject {
     // counted: each differs from the one before it.
     if (handled_.empty() || handled_.front().colour != kStartUpColour)
       fail(QStringLiteral("the first colour handled was not the start-up colour"));
-    findRenewals();
-    handledTimes_.clear();
-    for (const Handled& h : handled_) ++handledTimes_[h.colour];
-    findCarried();
+    findAcceptedSpans();
     std::map<int, std::vector<const Handled*>> counted;
     for (size_t i = 1; i < handled_.size(); ++i)
       counted[handled_[i].colour].push_back(&handled_[i]);
@@ -528,16 +518,16 @@ class Soak : public QObject {
       for (auto it = occurrences.rbegin(); it != occurrences.rend() && missing > 0; ++it) {
         const Handled& h = **it;
         if (!h.complete) continue;
-        switch (placeInRecord(h)) {
-          case RecordPlace::ShouldBeCarried:
+        switch (lossOf(h)) {
+          case Loss::Unexplained:
             continue;
-          case RecordPlace::LostToRenewal:
+          case Loss::ToRenewal:
             ++renewal;
             break;
-          case RecordPlace::LostToReappearance:
+          case Loss::ToReappearance:
             ++reappearance;
             break;
-          case RecordPlace::LostAtQuit:
+          case Loss::AtQuit:
             ++quit;
             break;
         }
@@ -560,75 +550,88 @@ class Soak : public QObject {
     return n;
   }
 
-  // Where a successful colour post replaced the record: the first count into
-  // the fresh one. Bounded by the next send's start, which needs a count in
-  // the fresh record, and by a return of the panel, which replaces it anyway.
-  void findRenewals() {
-    const auto firstAfter = [this](const std::vector<qint64>& lines, qint64 x) {
-      const auto it = std::upper_bound(lines.begin(), lines.end(), x);
-      return it == lines.end() ? lineCount_ + 1 : *it;
-    };
-    renewals_.clear();
-    for (qint64 x : colourSuccesses_)
-      renewals_.push_back(std::min(
-          {firstAfter(openCounts_, x), firstAfter(sendStarts_, x), firstAfter(reappearances_, x)}));
-  }
-
-  // The second lines of the colours that say which record an accepted post
-  // carried. Only a colour handled once does: the start-up colour opens every
-  // record the panel's return starts, and one of them delivered says nothing
-  // of the others. Nor does a colour whose two lines are either side of a
-  // start-up colour's: it was counted in either record. A colour listed
-  // before a start-up colour went into the record that colour opened, not the
-  // one its lines are in, so it says nothing of a record the return ended.
-  void findCarried() {
-    carried_.clear();
-    carriedBeforeReturn_.clear();
-    for (const Handled& x : handled_) {
-      if (handledTimes_.at(x.colour) != 1 || !delivered_.count(x.colour)) continue;
-      if (std::any_of(reappearances_.begin(), reappearances_.end(),
-                      [&x](qint64 r) { return x.first < r && r < x.last; }))
-        continue;
-      carried_.push_back(x.last);
-      if (!listedBeforeStartUp_.count(x.colour)) carriedBeforeReturn_.push_back(x.last);
-    }
-    std::sort(carried_.begin(), carried_.end());
-    std::sort(carriedBeforeReturn_.begin(), carriedBeforeReturn_.end());
-  }
-
-  // Where a colour was counted, in the record it went into: after the last
-  // colour of that record any accepted post carried, and then lost with the
-  // record by what ended it, or not. A record's posts each carry it from its
-  // first count to the send's close, so what came after the last one carried
-  // was dropped with the record; anything missing before it was lost
-  // otherwise. Which send an answer belongs to does not matter here: the
-  // server's bodies say what was carried. A pen colour's second line comes
-  // after its count and before the next colour's count (one thread does
-  // both), so it places the colour in its record.
-  enum class RecordPlace {
-    ShouldBeCarried,     // at or before the last carried colour, or the record outlived the run
-    LostToRenewal,       // after it; then a successful colour post replaced the record
-    LostToReappearance,  // after it; then the panel's return replaced the record
-    LostAtQuit,          // the last record, when the quit did not wait for its post
-  };
-  RecordPlace placeInRecord(const Handled& h) const {
-    std::optional<qint64> end;
-    RecordPlace endedBy = RecordPlace::ShouldBeCarried;
-    const auto place = [&](const std::vector<qint64>& boundaries, RecordPlace by) {
-      const auto next = std::upper_bound(boundaries.begin(), boundaries.end(), h.last);
-      if (next != boundaries.end() && (!end || *next < *end)) {
-        end = *next;
-        endedBy = by;
+  // Each accepted post's span: the second lines of the pen colours it
+  // carried, in order. A post carries one copy of one record, from its first
+  // count to the send's close; the pen's colours are counted and their second
+  // lines printed on one thread, in order. So a pen colour whose lines lie
+  // between two pen colours of one accepted post was counted into that
+  // record before the close, and had to be carried with them.
+  void findAcceptedSpans() {
+    acceptedSpans_.clear();
+    for (const std::vector<int>& record : acceptedRecords_) {
+      Span span;
+      for (int colour : record) {
+        if (const auto it = penIndex_.find(colour); it != penIndex_.end())
+          span.lines.push_back(handled_[it->second].last);
+        if (colour == kStartUpColour) span.returned = true;
       }
+      std::sort(span.lines.begin(), span.lines.end());
+      if (!span.lines.empty()) acceptedSpans_.push_back(std::move(span));
+    }
+  }
+
+  // Whether an accepted post must have carried the colour. Another thread
+  // (the panel's return, a pick) counts a colour a moment before printing it,
+  // and the pen may count one in between, either side of a record's end: so
+  // such a colour is inside a post's span only with two of its pen colours
+  // on each side.
+  bool insideAcceptedSpan(const Handled& h) const {
+    const bool fromPen = penIndex_.count(h.colour) > 0;
+    const auto margin = static_cast<std::ptrdiff_t>(fromPen ? 1 : 2);
+    for (const Span& span : acceptedSpans_) {
+      const std::vector<qint64>& lines = span.lines;
+      if (lines.front() >= h.first || lines.back() <= h.last) continue;
+      const auto before = std::lower_bound(lines.begin(), lines.end(), h.first) - lines.begin();
+      const auto after = lines.end() - std::upper_bound(lines.begin(), lines.end(), h.last);
+      if (before >= margin && after >= margin) return true;
+    }
+    return false;
+  }
+
+  // How a counted colour no accepted post carried was lost: with its record,
+  // replaced by a successful colour post or the panel's return, or at the
+  // quit. One inside an accepted post's span was not lost by any of these.
+  // The next accepted post after the colour began its record after it, so
+  // the record was replaced between the two: one of those events must lie
+  // there (a record replaced otherwise, say on a failed post, is a fault).
+  // Lines place an event against a count only roughly (the record is
+  // replaced on another thread), so the window opens at the colour handled
+  // before, and the kind of loss may be the next event's.
+  enum class Loss {
+    Unexplained,     // inside an accepted post's span, or the record outlived the run
+    ToRenewal,       // a successful colour post replaced the record
+    ToReappearance,  // the panel's return replaced the record
+    AtQuit,          // the last record, when the quit did not wait for its post
+  };
+  Loss lossOf(const Handled& h) const {
+    if (insideAcceptedSpan(h)) return Loss::Unexplained;
+    const auto handledBefore =
+        std::lower_bound(handled_.begin(), handled_.end(), h.first,
+                         [](const Handled& x, qint64 line) { return x.first < line; });
+    const qint64 opens = handledBefore == handled_.begin() ? 0 : std::prev(handledBefore)->last;
+    qint64 closes = std::numeric_limits<qint64>::max();
+    bool closedByReturn = false;
+    for (const Span& span : acceptedSpans_)
+      if (span.lines.front() > h.last && span.lines.front() <= closes) {
+        closedByReturn =
+            span.lines.front() == closes ? closedByReturn || span.returned : span.returned;
+        closes = span.lines.front();
+      }
+    const auto next = [opens](const std::vector<qint64>& events) {
+      const auto it = std::upper_bound(events.begin(), events.end(), opens);
+      return it == events.end() ? std::numeric_limits<qint64>::max() : *it;
     };
-    place(renewals_, RecordPlace::LostToRenewal);
-    place(reappearances_, RecordPlace::LostToReappearance);
-    const std::vector<qint64>& carried =
-        endedBy == RecordPlace::LostToReappearance ? carriedBeforeReturn_ : carried_;
-    const auto later = std::lower_bound(carried.begin(), carried.end(), h.last);
-    if (later != carried.end() && (!end || *later < *end)) return RecordPlace::ShouldBeCarried;
-    if (end) return endedBy;
-    return quitEndedBeforeItsColourPost() ? RecordPlace::LostAtQuit : RecordPlace::ShouldBeCarried;
+    const qint64 renewal = next(colourSuccesses_);
+    const qint64 reappearance = next(reappearances_);
+    if (std::min(renewal, reappearance) < closes) {
+      if (renewal < reappearance) return Loss::ToRenewal;
+      return Loss::ToReappearance;
+    }
+    // The pen's thread may count a colour into the fresh record before the
+    // start-up colour is printed; the post lists the start-up colour.
+    if (closedByReturn) return Loss::ToReappearance;
+    if (closes != std::numeric_limits<qint64>::max()) return Loss::Unexplained;
+    return quitEndedBeforeItsColourPost() ? Loss::AtQuit : Loss::Unexplained;
   }
 
   // The quit ends on the first answer when an earlier success left both
@@ -962,8 +965,6 @@ class Soak : public QObject {
   // completion does not say which send it answers.
   std::vector<qint64> sendStarts_;
   std::vector<qint64> colourSuccesses_;  // the colour posts' "API 完成" lines
-  std::vector<qint64> openCounts_;       // counts into an open record
-  std::vector<qint64> renewals_;         // the first line of each renewed record
   int startUpLines_ = 0;
   int pickedColours_ = 0;
   int connections_ = 0;
@@ -978,14 +979,12 @@ class Soak : public QObject {
 
   // What the server received, and the accounting.
   std::map<int, int> delivered_;
-  std::map<int, int> handledTimes_;  // colour: its lines in handled_
-  // Colours an accepted list has before the start-up colour: in a record the
-  // panel's return started, counted by the pen's thread between the fresh
-  // record and the start-up colour, though their lines come before the
-  // latter's.
-  std::set<int> listedBeforeStartUp_;
-  std::vector<qint64> carried_;              // see findCarried()
-  std::vector<qint64> carriedBeforeReturn_;  // for records the panel's return ended
+  std::vector<std::vector<int>> acceptedRecords_;  // each accepted colour post's colours
+  struct Span {
+    std::vector<qint64> lines;  // its pen colours' second lines, in order
+    bool returned = false;      // it lists the start-up colour: the panel's return began it
+  };
+  std::vector<Span> acceptedSpans_;  // see findAcceptedSpans()
   int requests_ = 0;
   int failedRequests_ = 0;
   int inconsistentBodies_ = 0;
