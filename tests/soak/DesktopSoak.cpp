@@ -580,7 +580,6 @@ class Soak : public QObject {
     const auto margin = static_cast<std::ptrdiff_t>(fromPen ? 1 : 2);
     for (const Span& span : acceptedSpans_) {
       const std::vector<qint64>& lines = span.lines;
-      if (lines.front() >= h.first || lines.back() <= h.last) continue;
       const auto before = std::lower_bound(lines.begin(), lines.end(), h.first) - lines.begin();
       const auto after = lines.end() - std::upper_bound(lines.begin(), lines.end(), h.last);
       if (before >= margin && after >= margin) return true;
@@ -612,10 +611,9 @@ class Soak : public QObject {
     qint64 closes = std::numeric_limits<qint64>::max();
     bool closedByReturn = false;
     for (const Span& span : acceptedSpans_)
-      if (span.lines.front() > h.last && span.lines.front() <= closes) {
-        closedByReturn =
-            span.lines.front() == closes ? closedByReturn || span.returned : span.returned;
+      if (span.lines.front() > h.last && span.lines.front() < closes) {
         closes = span.lines.front();
+        closedByReturn = span.returned;  // posts with the same first colour share a record
       }
     const auto next = [opens](const std::vector<qint64>& events) {
       const auto it = std::upper_bound(events.begin(), events.end(), opens);
